@@ -1,0 +1,190 @@
+// SPDX-License-Identifier: MIT
+#include <BusLinkDesk/backends/virtual/demo_can_adapter.h>
+
+#include <BusLinkDesk/adapter/payload_length_p.h>
+#include <BusLinkDesk/adapter/relaxed_p.h>
+#include <BusLinkDesk/backends/virtual/virtual_datagram_p.h>
+#include <BusLinkDesk/backends/virtual/virtual_socket_p.h>
+
+#include <QtCore/QDebug>
+#include <QtNetwork/QUdpSocket>
+
+using buslink::relaxedLoad;
+
+DemoCanAdapter::DemoCanAdapter(QString device, QObject *parent)
+    : AbstractCanAdapter(parent), mDeviceName(std::move(device))
+{
+    mRunningFlag.exchange(false);
+    mEcho = false;
+    mPortNumber = 45674;
+}
+
+DemoCanAdapter::~DemoCanAdapter()
+{
+    quit();
+}
+
+CAN::RetType DemoCanAdapter::open()
+{
+    start(QThread::InheritPriority);
+    Q_EMIT newCanState(CAN::CanStateErrorActive, CanTimeStamp());
+    return CAN::RetOk;
+}
+
+void DemoCanAdapter::closeAdapter()
+{
+    mRunningFlag.exchange(false);
+}
+
+CAN::RetType DemoCanAdapter::setBitrate(unsigned short bitrate)
+{
+    mBitrate = bitrate;
+    return CAN::RetOk;
+}
+
+void DemoCanAdapter::resetDriver() {}
+
+CAN::CanState DemoCanAdapter::getState()
+{
+    return CAN::CanStateNone;
+}
+
+void DemoCanAdapter::prepareToTerminate()
+{
+    if (mRunningFlag.exchange(false))
+        QThread::msleep(200);
+    Q_EMIT newCanState(CAN::CanStateStopped, CanTimeStamp());
+}
+
+int DemoCanAdapter::clearTxQueue()
+{
+    return 0;
+}
+
+int DemoCanAdapter::clearRxQueue()
+{
+    return 0;
+}
+
+int DemoCanAdapter::getTxQueueCount()
+{
+    return 0;
+}
+
+int DemoCanAdapter::getRxQueueCount()
+{
+    return 0;
+}
+
+bool DemoCanAdapter::isBaudrateChangeable()
+{
+    return false;
+}
+
+QMap<QString, unsigned int> DemoCanAdapter::getAdvDeviceList()
+{
+    return {{QStringLiteral("zorbek Virtual"), 128}};
+}
+
+void DemoCanAdapter::timeout() {}
+
+CAN::RetType DemoCanAdapter::write(CAN::CanMessage *pMessage)
+{
+    const QMutexLocker lock(&mTxMutex);
+    mTxQueue.append(*pMessage);
+    return CAN::RetOk;
+}
+
+void DemoCanAdapter::run()
+{
+    mRunningFlag.exchange(true);
+    mBroadcastAddress = QHostAddress(QStringLiteral("127.255.255.255"));
+    mTxSocket = new QUdpSocket;
+    mRxSocket = new QUdpSocket;
+    if (!bindRxSocket()) {
+        reportBindFailure();
+        return;
+    }
+    while (mRunningFlag.load()) {
+        handleTxQueue();
+        readPendingDatagrams();
+        if (nothingToTransmit())
+            QThread::usleep(1);
+    }
+    deleteSockets();
+}
+
+bool DemoCanAdapter::bindRxSocket()
+{
+    // Sharing is what lets any number of adapters on the host listen on one port.
+    if (!mRxSocket->bind(QHostAddress::AnyIPv4, relaxedLoad(mPortNumber),
+                         QAbstractSocket::ShareAddress | QAbstractSocket::ReuseAddressHint))
+        return false;
+    buslink::enlargeReceiveBuffer(mRxSocket->socketDescriptor());
+    return true;
+}
+
+void DemoCanAdapter::reportBindFailure()
+{
+    qWarning() << "virtual void DemoCanAdapter::run()"
+               << "could not bind UDP demo interface on port" << relaxedLoad(mPortNumber) << ":"
+               << mRxSocket->errorString();
+    deleteSockets();
+    mRunningFlag.exchange(false);
+    Q_EMIT interfaceError();
+    Q_EMIT newCanState(CAN::CanStateStopped, CanTimeStamp());
+}
+
+void DemoCanAdapter::deleteSockets()
+{
+    delete std::exchange(mTxSocket, nullptr);
+    delete std::exchange(mRxSocket, nullptr);
+}
+
+// The lock is only tried for: where a writer holds it, there is something to transmit.
+bool DemoCanAdapter::nothingToTransmit()
+{
+    if (!mTxMutex.tryLock())
+        return false;
+    const bool empty = mTxQueue.isEmpty();
+    mTxMutex.unlock();
+    return empty;
+}
+
+void DemoCanAdapter::handleTxQueue()
+{
+    const QMutexLocker lock(&mTxMutex);
+    if (mTxQueue.isEmpty())
+        return;
+    CAN::CanMessage message = mTxQueue.takeFirst();
+    message.length = buslink::roundUpToFdLength(message.length);
+    const buslink::VirtualDatagram datagram = buslink::encodeVirtualDatagram(message);
+    mTxSocket->writeDatagram(reinterpret_cast<const char *>(datagram.data()), static_cast<qint64>(datagram.size()),
+                             mBroadcastAddress, relaxedLoad(mPortNumber));
+    if (relaxedLoad(mEcho)) {
+        CAN::CanRxMessage echo;
+        setSystemtimestampInCanMsg(echo);
+        echo.message = message;
+        echo.isTx = true;
+        mEchoQueue.append(echo);
+    }
+}
+
+void DemoCanAdapter::readPendingDatagrams()
+{
+    while (!mEchoQueue.isEmpty())
+        handleNewCanMessage(mEchoQueue.takeFirst());
+
+    buslink::VirtualDatagram datagram = buslink::emptyVirtualDatagram();
+    quint16 senderPort = 0;
+    while (buslink::receiveDatagram(mRxSocket->socketDescriptor(), datagram, senderPort)) {
+        // Every adapter sends from a port of its own, so this is our own frame coming back.
+        if (senderPort != mTxSocket->localPort()) {
+            CAN::CanRxMessage received;
+            setSystemtimestampInCanMsg(received);
+            received.message = buslink::decodeVirtualDatagram(datagram);
+            handleNewCanMessage(received);
+        }
+        datagram = buslink::emptyVirtualDatagram();
+    }
+}

@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: MIT
+#include "support/frame_recorder.h"
+
+#include <BusLinkDesk/adapter/abstract_can_adapter.h>
+
+#include <QtCore/QThread>
+#include <QtTest/QtTest>
+
+#include <algorithm>
+
+FrameRecorder::FrameRecorder(AbstractCanAdapter *adapter)
+    : mConnection(QObject::connect(adapter, &AbstractCanAdapter::newCanMessage, [this](CAN::CanRxMessage *message) {
+        const QMutexLocker lock(&mMutex);
+        mFrames.append(*message);
+        mLastThread = QThread::currentThread();
+    }))
+{}
+
+FrameRecorder::~FrameRecorder()
+{
+    QObject::disconnect(mConnection);
+}
+
+QVector<CAN::CanRxMessage> FrameRecorder::frames() const
+{
+    const QMutexLocker lock(&mMutex);
+    return mFrames;
+}
+
+int FrameRecorder::count() const
+{
+    const QMutexLocker lock(&mMutex);
+    return mFrames.size();
+}
+
+QThread *FrameRecorder::lastThread() const
+{
+    const QMutexLocker lock(&mMutex);
+    return mLastThread;
+}
+
+void FrameRecorder::clear()
+{
+    const QMutexLocker lock(&mMutex);
+    mFrames.clear();
+}
+
+QByteArray bytesOf(const CAN::CanMessage &message)
+{
+    return QByteArray(reinterpret_cast<const char *>(&message), sizeof message);
+}
+
+CAN::CanMessage makeFrame(quint32 id, const QByteArray &payload)
+{
+    CAN::CanMessage message;
+    message.id = id;
+    message.length = static_cast<quint8>(payload.size());
+    std::copy_n(payload.constData(), std::min<int>(payload.size(), sizeof message.data), message.data);
+    return message;
+}
+
+char *QTest::toString(const CAN::CanMessage &message)
+{
+    return qstrdup(bytesOf(message).toHex(' ').constData());
+}

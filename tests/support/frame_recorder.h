@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <BusLinkDesk/types/can_frames.h>
+
+#include <QtCore/QMetaObject>
+#include <QtCore/QMutex>
+#include <QtCore/QObject>
+#include <QtCore/QVector>
+
+class AbstractCanAdapter;
+class QThread;
+
+/// Keeps the frames that an adapter delivers, on whatever thread it does so.
+class FrameRecorder
+{
+public:
+    /// Connects directly to the adapter's frame signal.
+    explicit FrameRecorder(AbstractCanAdapter *adapter);
+    ~FrameRecorder();
+    FrameRecorder(const FrameRecorder &) = delete;
+    FrameRecorder &operator=(const FrameRecorder &) = delete;
+
+    /// The frames so far. *Thread:* any.
+    QVector<CAN::CanRxMessage> frames() const;
+    /// How many there are so far. *Thread:* any.
+    int count() const;
+    /// The thread that delivered the last one, null before the first.
+    QThread *lastThread() const;
+    /// Forgets the frames.
+    void clear();
+
+private:
+    mutable QMutex mMutex;
+    QVector<CAN::CanRxMessage> mFrames;
+    QThread *mLastThread = nullptr;
+    QMetaObject::Connection mConnection;
+};
+
+/// All bytes of a frame record, so that comparisons leave nothing out.
+QByteArray bytesOf(const CAN::CanMessage &message);
+
+/// A frame with this identifier and payload.
+CAN::CanMessage makeFrame(quint32 id, const QByteArray &payload);
+
+namespace QTest {
+char *toString(const CAN::CanMessage &message);
+}
