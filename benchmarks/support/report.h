@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+
+#include <chrono>
+#include <vector>
+
+/// What a benchmark prints: figures beside the limit or the peer that the same run measured. A program
+/// takes `--json FILE`, to which each row is appended as one JSON object a line, and `--quick` for a run
+/// that only shows that it works.
+class Report
+{
+public:
+    /// Whether more of a figure is better, which decides how its ratio is made.
+    enum class Better { More, Less };
+
+    /// Reads the program's arguments and prints the heading.
+    Report(int argc, char **argv, const QString &benchmark);
+    /// Prints a remark.
+    void note(const QString &text) const;
+    /// Prints a figure by itself, such as a count of lost frames.
+    void figure(const QString &what, double value, const QString &unit) const;
+    /// Prints a figure beside its limit or peer. The ratio is 1 where they are equal, below 1 where
+    /// the figure is the worse one.
+    void compare(const QString &what, double value, const QString &unit, Better better, const QString &peer,
+                 double peerValue) const;
+    /// Whether the run is only to show that it works.
+    bool quick() const { return mQuick; }
+
+private:
+    void write(const QString &text, const QString &json) const;
+
+    QString mBenchmark;
+    QString mJsonFile;
+    bool mQuick = false;
+};
+
+/// The middle one of some measurements.
+double medianOf(std::vector<double> values);
+
+/// The value below which `fraction` (0 to 1) of the measurements lie.
+double quantileOf(std::vector<double> values, double fraction);
+
+/// Seconds that a call takes.
+template <typename Call>
+double secondsOf(Call call)
+{
+    const auto start = std::chrono::steady_clock::now();
+    call();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+/// The median of `repetitions` results of a call that returns a measurement.
+template <typename Call>
+double medianOfRuns(int repetitions, Call call)
+{
+    std::vector<double> values;
+    for (int run = 0; run < repetitions; ++run)
+        values.push_back(call());
+    return medianOf(std::move(values));
+}
