@@ -43,6 +43,8 @@ QByteArray bytesOf(const CAN::CanMessage &message);
 /// A frame with this identifier and payload.
 CAN::CanMessage makeFrame(quint32 id, const QByteArray &payload);
 
+Q_DECLARE_METATYPE(CAN::CanMessage)
+
 namespace QTest {
 char *toString(const CAN::CanMessage &message);
 }

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <BusLinkDesk/adapter/abstract_can_adapter.h>
+#include <BusLinkDesk/backends/virtual/demo_can_adapter.h>
+
+#include "support/free_port.h"
+
+#include <QtTest/QtTest>
+
+#include <memory>
+
+/// Stops an adapter in its proper order before it deletes it, also where a test fails half-way.
+struct AdapterStopper
+{
+    void operator()(AbstractCanAdapter *adapter) const
+    {
+        adapter->closeAdapter();
+        adapter->wait();
+        delete adapter;
+    }
+};
+
+template <typename Adapter>
+using AdapterPointer = std::unique_ptr<Adapter, AdapterStopper>;
+
+/// A virtual adapter on a port.
+inline AdapterPointer<DemoCanAdapter> makeVirtualAdapter(quint16 port, int uniqueId = 0)
+{
+    AdapterPointer<DemoCanAdapter> adapter(new DemoCanAdapter(QStringLiteral("virtual")));
+    adapter->setCanAdapterOption(AbstractCanAdapter::option_portNumber, port);
+    adapter->setCanAdapterOption(AbstractCanAdapter::option_uniqueId, uniqueId);
+    return adapter;
+}
+
+/// Opens a virtual adapter and waits until it hears the bus. False if it does not within the time.
+inline bool openOnBus(DemoCanAdapter *adapter, int timeoutMs = 20000)
+{
+    const auto port =
+        static_cast<quint16>(adapter->getCanAdapterOption(AbstractCanAdapter::option_portNumber).toUInt());
+    const int before = udpSocketsOnPort(port);
+    adapter->open();
+    return QTest::qWaitFor([&] { return udpSocketsOnPort(port) > before; }, timeoutMs);
+}
