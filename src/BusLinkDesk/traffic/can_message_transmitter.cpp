@@ -21,6 +21,8 @@ void lowerTimerSlackOfThisThread()
 
 CMTWorker::CMTWorker(unsigned short id, QObject *parent) : QObject(parent), mId(id) {}
 
+CMTWorker::~CMTWorker() = default;
+
 void CMTWorker::setCanApdater(QPointer<AbstractCanAdapter> adapter)
 {
     mAdapter = adapter;

@@ -27,6 +27,8 @@ class BUSLINKDESK_EXPORT CMTWorker : public QObject
 public:
     /// Creates an idle worker for the job `id`, with a default frame and no adapter.
     explicit CMTWorker(unsigned short id, QObject *parent = nullptr);
+    /// Releases the fields. The loop must have ended.
+    ~CMTWorker() override;
 
     /// Sets where the frames go. The adapter is neither owned nor kept alive.
     void setCanApdater(QPointer<AbstractCanAdapter> adapter);
@@ -63,7 +65,7 @@ Q_SIGNALS:
     void sigFinished(unsigned short id);
 
 private:
-    void countFrame();
+    Q_DECL_HIDDEN void countFrame();
 
     std::atomic<bool> mRunning{false};
     unsigned short mId;

@@ -13,6 +13,8 @@ constexpr int DispatchLockTimeoutMs = 2;
 
 CanSender::CanSender(unsigned int canId) : mCanId(canId) {}
 
+CanSender::~CanSender() = default;
+
 CanScheduler::CanScheduler(AbstractCanAdapter *adapter) : mAdapter(adapter) {}
 
 CanScheduler::~CanScheduler()

@@ -17,6 +17,10 @@ class BUSLINKDESK_EXPORT CanSender : public QObject
 {
     Q_OBJECT
 
+public:
+    /// Belongs to the scheduler; nobody else deletes a sender.
+    ~CanSender() override;
+
 Q_SIGNALS:
     /// A frame of the identifier was delivered. A receiver on another thread gets a queued copy. One
     /// that is connected directly runs on the adapter's thread with the scheduler locked, so it must
@@ -28,7 +32,7 @@ Q_SIGNALS:
 private:
     friend class CanScheduler;
 
-    explicit CanSender(unsigned int canId);
+    Q_DECL_HIDDEN explicit CanSender(unsigned int canId);
 
     [[maybe_unused]] unsigned int mCanId;
 };

@@ -3,7 +3,6 @@
 
 #include "support/frame_recorder.h"
 #include "support/log_recorder.h"
-#include "support/meta_methods.h"
 #include "support/transmission_records.h"
 
 #include <QtCore/QAbstractEventDispatcher>
@@ -88,15 +87,6 @@ class TestCanMessageTransmitter : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void metaObjectHoldsItsMethodsInOrder()
-    {
-        QCOMPARE(ownMethodsOf(CanMessageTransmitter::staticMetaObject),
-                 (QStringList{QStringLiteral("signal void operate()"), QStringLiteral("signal void transmitError()"),
-                              QStringLiteral("signal void sigFinished(ushort)"),
-                              QStringLiteral("signal void sigMsgsLeft(ushort,uint)"),
-                              QStringLiteral("slot void transmitErrorOccured()")}));
-    }
-
     // The worker's thread
 
     void framesLeaveFromOneTimeCriticalThreadWithItsOwnTimerSlack()

@@ -4,7 +4,6 @@
 #include "support/delivered_frame.h"
 #include "support/fake_adapter.h"
 #include "support/log_recorder.h"
-#include "support/meta_methods.h"
 
 #include <QtCore/QSemaphore>
 #include <QtTest/QtTest>
@@ -76,15 +75,6 @@ class TestCanScheduler : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void metaObjectsHoldTheirMethodsInOrder()
-    {
-        QCOMPARE(ownMethodsOf(CanScheduler::staticMetaObject),
-                 QStringList{QStringLiteral("slot void newRawCanMessage(CAN::CanRxMessage*)")});
-        QCOMPARE(ownMethodsOf(CanSender::staticMetaObject),
-                 (QStringList{QStringLiteral("signal void received(CAN::CanRxMessage)"),
-                              QStringLiteral("signal void received(ushort)")}));
-    }
-
     void newSchedulerHasItsAdapterAndNoParentAndIsNotConnected()
     {
         FakeAdapter adapter;

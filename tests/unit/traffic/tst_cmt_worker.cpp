@@ -2,7 +2,6 @@
 #include <BusLinkDesk/traffic/can_message_transmitter.h>
 
 #include "support/frame_recorder.h"
-#include "support/meta_methods.h"
 #include "support/transmission_records.h"
 
 #include <QtTest/QtTest>
@@ -43,15 +42,6 @@ class TestCmtWorker : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void metaObjectHoldsItsMethodsInOrder()
-    {
-        QCOMPARE(
-            ownMethodsOf(CMTWorker::staticMetaObject),
-            (QStringList{QStringLiteral("signal void transmitError()"),
-                         QStringLiteral("signal void sigMsgsLeft(ushort,uint)"),
-                         QStringLiteral("signal void sigFinished(ushort)"), QStringLiteral("slot void doWork()")}));
-    }
-
     void countedRunReportsEachFrameAndThenItsEnd()
     {
         DirectWorker direct;
