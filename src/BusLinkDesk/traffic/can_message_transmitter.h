@@ -49,7 +49,8 @@ public:
 
 public Q_SLOTS:
     /// Runs the loop to its end. A run without an adapter ends without a signal, as does one whose adapter
-    /// is gone. Every result of a write but `CAN::RetError` counts as sent.
+    /// is gone, and one that begins on a thread whose interruption was requested. Every result of a write
+    /// but `CAN::RetError` counts as sent.
     /// *Thread:* the worker's. *Blocks:* for the whole run, the pause after the last frame included.
     /// *Fails:* `CAN::RetError` of a write ends the run with `transmitError`; the frame is not counted.
     /// *Kept on purpose:* the number of frames counts down in place. A start after a stop sends the

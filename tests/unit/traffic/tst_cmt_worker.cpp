@@ -138,6 +138,23 @@ private Q_SLOTS:
         QCOMPARE(lines, QStringList());
     }
 
+    void runOnAnInterruptedThreadEndsWithoutASignal()
+    {
+        DirectWorker direct;
+        bool interrupted = false;
+        const std::unique_ptr<QThread> thread(QThread::create([&] {
+            QThread::currentThread()->requestInterruption();
+            interrupted = QThread::currentThread()->isInterruptionRequested();
+            direct.run(0, 3);
+        }));
+        thread->start();
+        thread->wait();
+        QVERIFY(interrupted);
+        QVERIFY(!direct.worker.isRunning());
+        QCOMPARE(direct.adapter.written().size(), 0);
+        QCOMPARE(direct.signalLines, QStringList());
+    }
+
     void adapterDeletedDuringARunEndsItSilentlyAtTheNextFrame()
     {
         auto adapter = std::make_unique<FakeAdapter>();
