@@ -42,7 +42,7 @@ SearchLimits resolveLimits(const TimingRequest &request)
 // qRound, and 0 where the number does not fit an int, which no quantum count can match.
 quint16 roundedLow16(double value)
 {
-    if (!(std::fabs(value) < 2147483000.0))
+    if (!(value > -2147483648.0 && value < 2147483647.5))
         return 0;
     return static_cast<quint16>(qRound(value));
 }
@@ -64,25 +64,6 @@ void logChoice(int line, const CAN::CANBitTimingParameter &candidate, const doub
         << "Line:" << line << candidate.toString();
     if (difference)
         debug << *difference;
-}
-
-CAN::CANBitTimingParameter chooseNearest(const QVector<CAN::CANBitTimingParameter> &candidates, double wantedFraction,
-                                         CAN::CANBitTimingParameter chosen)
-{
-    double best = 100.0;
-    for (CAN::CANBitTimingParameter candidate : candidates) {
-        candidate.valid = true;
-        const double difference = std::fabs(samplePointOfTiming(candidate.tSeg1, candidate.tSeg2) - wantedFraction);
-        if (best > difference) {
-            chosen = candidate;
-            best = difference;
-            logChoice(535, candidate, &difference);
-        } else if (difference == best && candidate.prescaler < chosen.prescaler) {
-            chosen = candidate;
-            logChoice(539, candidate, nullptr);
-        }
-    }
-    return chosen;
 }
 
 } // namespace
@@ -143,7 +124,28 @@ bool moveToNearestSamplePoint(CAN::CANBitTimingParameter &timing, const SegmentL
         return false;
     timing = nearest;
     timing.valid = true;
-    return static_cast<quint16>(timing.tSeg1 + timing.tSeg2) == sum;
+    // The segments share 16 bits, so a tSeg2 above the sum leaves a tSeg1 that wrapped round. Such a pair
+    // competes like any other, but it is not the bit that was asked for.
+    return timing.tSeg1 + timing.tSeg2 == sum;
+}
+
+CAN::CANBitTimingParameter chooseNearest(std::span<const CAN::CANBitTimingParameter> candidates, double wantedFraction,
+                                         CAN::CANBitTimingParameter chosen)
+{
+    double best = 100.0;
+    for (CAN::CANBitTimingParameter candidate : candidates) {
+        candidate.valid = true;
+        const double difference = std::fabs(samplePointOfTiming(candidate.tSeg1, candidate.tSeg2) - wantedFraction);
+        if (best > difference) {
+            chosen = candidate;
+            best = difference;
+            logChoice(535, candidate, &difference);
+        } else if (difference == best && candidate.prescaler < chosen.prescaler) {
+            chosen = candidate;
+            logChoice(539, candidate, nullptr);
+        }
+    }
+    return chosen;
 }
 
 CAN::CANBitTimingParameter findBitTiming(const TimingRequest &request, bool &ok)
@@ -193,7 +195,7 @@ CAN::CANBitTimingParameter findBitTiming(const TimingRequest &request, bool &ok)
     if (candidates.isEmpty())
         return timing;
     ok = true;
-    return chooseNearest(candidates, wantedFraction, timing);
+    return chooseNearest({candidates.constData(), std::size_t(candidates.size())}, wantedFraction, timing);
 }
 
 } // namespace buslink
