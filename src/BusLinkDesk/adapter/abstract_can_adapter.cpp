@@ -200,7 +200,7 @@ void AbstractCanAdapter::setSystemtimestampInCanMsg(CAN::CanRxMessage &msg)
         const auto total = static_cast<quint32>(mAdapterTimer.elapsed()) + relaxedLoad(mStartTime);
         msg.timeStamp = buslink::timeStampFromMilliseconds(static_cast<qint32>(total));
     } else {
-        msg.timeStamp = buslink::timeStampFromTimeOfDay(QTime::currentTime());
+        msg.timeStamp = buslink::timeStampOfLocalTime();
     }
 }
 

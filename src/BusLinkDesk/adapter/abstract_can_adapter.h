@@ -381,11 +381,11 @@ private Q_SLOTS:
     void writeLinkedMessage(CAN::CanRxMessage *pRxMsg);
 
 private:
-    struct OptionTable;
+    struct Q_DECL_HIDDEN OptionTable;
 
-    void deliver(CAN::CanRxMessage &msg);
-    bool sameComparedOptions(const AbstractCanAdapter &other) const;
-    bool sameTypeSpecificSettings(const AbstractCanAdapter &other) const;
+    Q_DECL_HIDDEN void deliver(CAN::CanRxMessage &msg);
+    Q_DECL_HIDDEN bool sameComparedOptions(const AbstractCanAdapter &other) const;
+    Q_DECL_HIDDEN bool sameTypeSpecificSettings(const AbstractCanAdapter &other) const;
 };
 
 /// Writes the 9 bytes of the record.

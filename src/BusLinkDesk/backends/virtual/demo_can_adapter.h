@@ -87,11 +87,11 @@ protected:
     void run() override;
 
 private:
-    bool bindRxSocket();
-    void deleteSockets();
-    void reportBindFailure();
-    void handleTxQueue();
-    bool nothingToTransmit();
+    Q_DECL_HIDDEN bool bindRxSocket();
+    Q_DECL_HIDDEN void deleteSockets();
+    Q_DECL_HIDDEN void reportBindFailure();
+    Q_DECL_HIDDEN void handleTxQueue();
+    Q_DECL_HIDDEN bool nothingToTransmit();
 
     QString mDeviceName;
     unsigned short mBitrate = 0;

@@ -1,0 +1,233 @@
+// SPDX-License-Identifier: MIT
+// The virtual bus beside what bare system calls reach on the same loopback broadcast. The bare loops
+// have the same shape as the bus: every side listens, the sending one included.
+#include "support/bus_load.h"
+#include "support/frame_recorder.h"
+#include "support/open_adapter.h"
+#include "support/report.h"
+
+#include <QtCore/QCoreApplication>
+
+#include <arpa/inet.h>
+#include <atomic>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// One side of the bare bus: a socket that listens on the port and one that sends.
+class BareSide
+{
+public:
+    explicit BareSide(quint16 port)
+        : mReceive(::socket(AF_INET, SOCK_DGRAM, 0)), mSend(::socket(AF_INET, SOCK_DGRAM, 0))
+    {
+        const int on = 1;
+        const int bytes = 8 * 1024 * 1024;
+        const timeval second{1, 0};
+        ::setsockopt(mReceive, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+        ::setsockopt(mReceive, SOL_SOCKET, SO_RCVTIMEO, &second, sizeof second);
+        if (::setsockopt(mReceive, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) != 0)
+            ::setsockopt(mReceive, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+        ::setsockopt(mSend, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
+        mAddress.sin_family = AF_INET;
+        mAddress.sin_port = htons(port);
+        mAddress.sin_addr.s_addr = INADDR_ANY;
+        if (::bind(mReceive, reinterpret_cast<const sockaddr *>(&mAddress), sizeof mAddress) != 0)
+            qFatal("bare socket cannot be bound");
+        mAddress.sin_addr.s_addr = inet_addr("127.255.255.255");
+    }
+    ~BareSide()
+    {
+        ::close(mReceive);
+        ::close(mSend);
+    }
+    BareSide(const BareSide &) = delete;
+    BareSide &operator=(const BareSide &) = delete;
+
+    void send(quint32 number)
+    {
+        CAN::CanMessage message;
+        message.id = number;
+        ::sendto(mSend, &message, sizeof message, 0, reinterpret_cast<const sockaddr *>(&mAddress), sizeof mAddress);
+    }
+    /// The number of the next frame, -1 if none is there (or comes, with `wait`, for a second).
+    qint64 receive(bool wait)
+    {
+        CAN::CanMessage message;
+        sockaddr_in sender{};
+        socklen_t length = sizeof sender;
+        const ssize_t got = ::recvfrom(mReceive, &message, sizeof message, wait ? 0 : MSG_DONTWAIT,
+                                       reinterpret_cast<sockaddr *>(&sender), &length);
+        return got < 0 ? -1 : qint64(message.id);
+    }
+
+private:
+    int mReceive;
+    int mSend;
+    sockaddr_in mAddress{};
+};
+
+struct Burst
+{
+    double framesPerSecond = 0.0;
+    qint64 lost = 0;
+};
+
+Burst burstOverAdapters(quint32 frames)
+{
+    const quint16 port = freeUdpPort();
+    const auto left = makeVirtualAdapter(port);
+    const auto right = makeVirtualAdapter(port);
+    std::atomic<qint64> received = 0;
+    std::atomic<Clock::time_point> last = Clock::now();
+    QObject::connect(right.get(), &AbstractCanAdapter::newCanMessage, [&](CAN::CanRxMessage *) {
+        ++received;
+        last = Clock::now();
+    });
+    openOnBus(right.get());
+    openOnBus(left.get());
+    const auto start = Clock::now();
+    for (quint32 number = 0; number < frames; ++number)
+        left->write(makeFrame(number, "12345678"));
+    qint64 seen = -1;
+    while (received < frames && received != seen) {
+        seen = received;
+        QTest::qSleep(500);
+    }
+    const double seconds = std::chrono::duration<double>(last.load() - start).count();
+    return {static_cast<double>(received) / seconds, qint64(frames) - received};
+}
+
+Burst burstOverBareSockets(quint32 frames)
+{
+    const quint16 port = freeUdpPort();
+    BareSide left(port);
+    BareSide right(port);
+    qint64 received = 0;
+    Clock::time_point last;
+    const auto start = Clock::now();
+    std::thread receiver([&] {
+        while (received < frames && right.receive(true) >= 0) {
+            ++received;
+            last = Clock::now();
+        }
+    });
+    for (quint32 number = 0; number < frames; ++number) {
+        left.send(number);
+        left.receive(false);
+    }
+    receiver.join();
+    const double seconds = std::chrono::duration<double>(last - start).count();
+    return {static_cast<double>(received) / seconds, qint64(frames) - received};
+}
+
+std::vector<double> roundTripsOverAdapters(int count)
+{
+    const quint16 port = freeUdpPort();
+    const auto left = makeVirtualAdapter(port);
+    const auto right = makeVirtualAdapter(port);
+    std::atomic<int> answers = 0;
+    Clock::time_point answered;
+    QObject::connect(right.get(), &AbstractCanAdapter::newCanMessage,
+                     [&right](CAN::CanRxMessage *message) { right->write(&message->message); });
+    QObject::connect(left.get(), &AbstractCanAdapter::newCanMessage, [&](CAN::CanRxMessage *) {
+        answered = Clock::now();
+        answers.fetch_add(1, std::memory_order_release);
+    });
+    openOnBus(right.get());
+    openOnBus(left.get());
+    std::vector<double> microseconds;
+    for (int trip = 0; trip < count; ++trip) {
+        const auto start = Clock::now();
+        left->write(makeFrame(static_cast<quint32>(trip), "12345678"));
+        while (answers.load(std::memory_order_acquire) == trip)
+            std::this_thread::sleep_for(std::chrono::microseconds(20));
+        microseconds.push_back(std::chrono::duration<double, std::micro>(answered - start).count());
+    }
+    return microseconds;
+}
+
+std::vector<double> roundTripsOverBareSockets(int count)
+{
+    // A port each way, so that nobody hears itself.
+    BareSide there(freeUdpPort());
+    BareSide back(freeUdpPort());
+    std::thread other([&] {
+        for (int trip = 0; trip < count; ++trip)
+            back.send(static_cast<quint32>(there.receive(true)));
+    });
+    std::vector<double> microseconds;
+    for (int trip = 0; trip < count; ++trip) {
+        const auto start = Clock::now();
+        there.send(static_cast<quint32>(trip));
+        back.receive(true);
+        microseconds.push_back(std::chrono::duration<double, std::micro>(Clock::now() - start).count());
+    }
+    other.join();
+    return microseconds;
+}
+
+void reportBursts(const Report &report)
+{
+    const quint32 frames = report.quick() ? 2000 : 100000;
+    std::vector<double> ours;
+    std::vector<double> bare;
+    std::vector<double> lost;
+    std::vector<double> bareLost;
+    for (int run = 0; run < (report.quick() ? 1 : 5); ++run) {
+        const Burst adapters = burstOverAdapters(frames);
+        const Burst sockets = burstOverBareSockets(frames);
+        ours.push_back(adapters.framesPerSecond);
+        lost.push_back(static_cast<double>(adapters.lost));
+        bare.push_back(sockets.framesPerSecond);
+        bareLost.push_back(static_cast<double>(sockets.lost));
+    }
+    report.compare(QStringLiteral("frames through two adapters, burst of %1").arg(frames), medianOf(ours),
+                   QStringLiteral("1/s"), Report::Better::More, QStringLiteral("bare loop"), medianOf(bare));
+    report.figure(QStringLiteral("lost in the burst"), medianOf(lost), QStringLiteral("frames"));
+    report.figure(QStringLiteral("lost in the burst by the bare loop"), medianOf(bareLost), QStringLiteral("frames"));
+}
+
+void reportRoundTrips(const Report &report)
+{
+    const int trips = report.quick() ? 200 : 5000;
+    const std::vector<double> ours = roundTripsOverAdapters(trips);
+    const std::vector<double> bare = roundTripsOverBareSockets(trips);
+    for (const auto &[name, fraction] : {std::pair("median", 0.5), std::pair("99th percentile", 0.99)}) {
+        report.compare(QStringLiteral("round trip, %1").arg(QLatin1String(name)), quantileOf(ours, fraction),
+                       QStringLiteral("us"), Report::Better::Less, QStringLiteral("bare loop"),
+                       quantileOf(bare, fraction));
+    }
+}
+
+void reportPacedProcesses(const Report &report)
+{
+    const qint64 frames = report.quick() ? 2000 : 90090;
+    const PacedResult result = runPacedBus(QCoreApplication::applicationFilePath(), 4, 9009.0, frames);
+    qint64 lost = 0;
+    for (const qint64 received : result.received)
+        lost += result.sent - received;
+    report.compare(QStringLiteral("paced to four processes"), result.framesPerSecond, QStringLiteral("1/s"),
+                   Report::Better::More, QStringLiteral("asked for"), 9009.0);
+    report.figure(QStringLiteral("lost by the four together"), static_cast<double>(lost), QStringLiteral("frames"));
+    report.figure(QStringLiteral("out of order"), static_cast<double>(result.outOfOrder), QStringLiteral("frames"));
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const int status = runBusReceiver(argc, argv);
+    if (status >= 0)
+        return status;
+    const Report report(argc, argv, QStringLiteral("virtual bus"));
+    const QCoreApplication application(argc, argv);
+    reportBursts(report);
+    reportRoundTrips(report);
+    reportPacedProcesses(report);
+    return 0;
+}
