@@ -35,6 +35,7 @@ struct Search
     quint16 tSeg2Max;
     quint16 tSeg2Min;
     quint16 sjwMax;
+    quint64 evaluated;
 
     bool fits(CAN::CANBitTimingParameter &timing, int quanta, bool closest) const
     {
@@ -58,12 +59,13 @@ struct Search
     }
 
     // Stops at the first hit, or with `closest` collects one for each prescaler.
-    QVector<CAN::CANBitTimingParameter> run(CAN::CANBitTimingParameter &timing, bool closest) const
+    QVector<CAN::CANBitTimingParameter> run(CAN::CANBitTimingParameter &timing, bool closest)
     {
         QVector<CAN::CANBitTimingParameter> hits;
         for (int prescaler = prescalerMin; prescaler <= prescalerMax; ++prescaler) {
             timing.prescaler = quint16(prescaler);
             for (int quanta = 4; quanta <= quantaMax; ++quanta) {
+                ++evaluated;
                 if (!fits(timing, quanta, closest))
                     continue;
                 hits.append(timing);
@@ -101,9 +103,12 @@ CAN::CANBitTimingParameter nearest(const QVector<CAN::CANBitTimingParameter> &hi
 } // namespace
 
 CAN::CANBitTimingParameter plainTimingParameters(quint8 clock, quint16 bitrate, double samplePoint, bool &ok,
-                                                 bool dataPhase, const CAN::CANBitTimingThresholds &thresholds)
+                                                 bool dataPhase, const CAN::CANBitTimingThresholds &thresholds,
+                                                 quint64 *evaluated)
 {
     ok = false;
+    if (evaluated)
+        *evaluated = 0;
     CAN::CANBitTimingParameter timing;
     if (samplePoint == 0.0 || clock == 0 || bitrate == 0)
         return timing;
@@ -122,13 +127,12 @@ CAN::CANBitTimingParameter plainTimingParameters(quint8 clock, quint16 bitrate, 
     search.tSeg2Min = thresholds.tSeg2Min != 0xFFFF ? thresholds.tSeg2Min : 1;
     search.sjwMax = thresholds.sjwMax != 0xFFFF ? thresholds.sjwMax : search.tSeg2Max;
     const QVector<CAN::CANBitTimingParameter> exact = search.run(timing, false);
-    if (!exact.isEmpty()) {
-        ok = true;
-        return exact.first();
-    }
-    const QVector<CAN::CANBitTimingParameter> close = search.run(timing, true);
-    ok = !close.isEmpty();
-    return nearest(close, search.wantedFraction, timing);
+    const QVector<CAN::CANBitTimingParameter> close =
+        exact.isEmpty() ? search.run(timing, true) : QVector<CAN::CANBitTimingParameter>();
+    if (evaluated)
+        *evaluated = search.evaluated;
+    ok = !exact.isEmpty() || !close.isEmpty();
+    return exact.isEmpty() ? nearest(close, search.wantedFraction, timing) : exact.first();
 }
 
 bool plainCheckTimeQuantas(CAN::CANBitTimingParameter &timing, quint16 tSeg1Max, quint16 tSeg2Max, quint16 tSeg2Min,
