@@ -20,6 +20,15 @@ QString text()
 
 } // namespace
 
+CANBitrateDesc descriptor(const QString &label, quint16 bitrate, double samplePoint)
+{
+    CANBitrateDesc record;
+    record.label = label;
+    record.bitrate = bitrate;
+    record.samplePoint = samplePoint;
+    return record;
+}
+
 CANClassicBusParameter classicRecord()
 {
     return {-0x01234568, 0.875, timing(0x102, 13, 2, 4, true), text(), true};

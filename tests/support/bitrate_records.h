@@ -25,6 +25,9 @@ inline constexpr const char *FdStream = "43434250 0001"       // magic, version
 /// Timing values, in the order of the fields.
 CAN::CANBitTimingParameter timing(quint16 prescaler, quint16 tSeg1, quint16 tSeg2, quint16 sjw, bool valid);
 
+/// A descriptor, in the order of the fields.
+CAN::CANBitrateDesc descriptor(const QString &label, quint16 bitrate, double samplePoint);
+
 /// The record of ClassicStream, with valid timing.
 CAN::CANClassicBusParameter classicRecord();
 /// The record of FdStream, with valid timing.

@@ -173,10 +173,7 @@ void TestCanBitrates::descriptorFromVariant_data()
 {
     QTest::addColumn<QVariant>("value");
     QTest::addColumn<QString>("wanted");
-    CANBitrateDesc record;
-    record.label = QStringLiteral("500 kbit/s");
-    record.bitrate = 500;
-    record.samplePoint = 87.5;
+    const CANBitrateDesc record = descriptor(QStringLiteral("500 kbit/s"), 500, 87.5);
     const auto none = QStringLiteral("null 0 0");
     QTest::newRow("a record") << QVariant::fromValue(record) << QStringLiteral("\"500 kbit/s\" 500 87.5");
     QTest::newRow("500") << QVariant(500) << QStringLiteral("null 500 0");
@@ -204,10 +201,7 @@ void TestCanBitrates::descriptorFromVariant()
 void TestCanBitrates::descriptorFromVariantThatConverts()
 {
     QVERIFY(Convertible<CANBitrateDesc>::registerConversion());
-    Convertible<CANBitrateDesc> source;
-    source.record.label = QStringLiteral("made");
-    source.record.bitrate = 125;
-    source.record.samplePoint = 0.5;
+    Convertible<CANBitrateDesc> source{descriptor(QStringLiteral("made"), 125, 0.5), true};
     QCOMPARE(described(CANBitrateDesc(QVariant::fromValue(source))), QStringLiteral("\"made\" 125 0.5"));
 
     source.succeeds = false;
