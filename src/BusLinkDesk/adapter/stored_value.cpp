@@ -80,7 +80,8 @@ QVariant readValue(QDataStream &stream, int depth)
     quint32 number = 0;
     bool isNull = false;
     stream >> number >> isNull;
-    int type = static_cast<int>(number);
+    // A variant keeps 30 bits of a type number, so a list hides behind larger ones too.
+    int type = static_cast<int>(number & 0x3FFFFFFF);
     if (number == QVariant::UserType) {
         QByteArray name;
         stream >> name;

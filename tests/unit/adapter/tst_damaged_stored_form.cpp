@@ -202,6 +202,8 @@ void TestDamagedStoredForm::countsBeyondTheDataTakeNoMemory_data()
     QTest::addColumn<QByteArray>("value");
     QTest::newRow("list") << hex("00000009 00 7FFFFFFF");
     QTest::newRow("list, the largest count") << hex("00000009 00 FFFFFFFF");
+    QTest::newRow("list by a number of 31 bits") << hex("40000009 00 7FFFFFFF");
+    QTest::newRow("list by a number of 32 bits") << hex("C0000009 00 7FFFFFFF");
     QTest::newRow("list of texts") << hex("0000000B 00 7FFFFFFF");
     QTest::newRow("list of byte arrays") << hex("00000031 00 7FFFFFFF");
     QTest::newRow("map") << hex("00000008 00 7FFFFFFF");

@@ -105,6 +105,9 @@ void TestStoredValue::valuesReadAsQtReadsThem_data()
     }
     QTest::newRow("list by its name") << hex(
         "00000400 00 0000000D 515661726961 6E744C69737400 00000001 00000002 00 00000007");
+    QTest::newRow("list by a number of 31 bits") << hex("40000009 00 00000001 00000002 00 00000007");
+    QTest::newRow("int by a number of 31 bits") << hex("40000002 00 00000007");
+    QTest::newRow("name behind a number of 31 bits") << hex("40000400 00 00000003 414200");
     QTest::newRow("unknown name") << hex("00000400 00 00000003 414200");
     QTest::newRow("unknown number") << hex("00000063 00");
     QTest::newRow("pointer") << hex("0000001F 00");
