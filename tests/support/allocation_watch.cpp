@@ -29,7 +29,9 @@ void note(std::size_t size)
 
 #ifdef UNDER_ADDRESS_SANITIZER
 
-#include <sanitizer/allocator_interface.h>
+// Not every compiler brings the header that declares it.
+extern "C" int __sanitizer_install_malloc_and_free_hooks( // NOLINT(bugprone-reserved-identifier)
+    void (*onMalloc)(const volatile void *, std::size_t), void (*onFree)(const volatile void *));
 
 namespace {
 const int installed = __sanitizer_install_malloc_and_free_hooks(

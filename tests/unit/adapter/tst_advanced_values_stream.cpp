@@ -2,6 +2,7 @@
 #include "support/convertible.h"
 #include "support/fake_adapter.h"
 #include "support/hex.h"
+#include "support/saved.h"
 
 #include <QtCore/QDataStream>
 #include <QtTest/QtTest>
@@ -30,15 +31,6 @@ Systec systecValues()
 
 constexpr const char *SystecStream = "FFFFFFFF 50515253 FD" // param5, param4, flag
                                      "10111213 20212223 30313233 40414243";
-
-template <typename Record>
-QByteArray saved(const Record &record)
-{
-    QByteArray data;
-    QDataStream stream(&data, QIODevice::WriteOnly);
-    stream << record;
-    return data.toHex();
-}
 
 template <typename Record>
 Record loaded(const char *digits)
@@ -100,9 +92,9 @@ private Q_SLOTS:
 
     void streamOrdersDifferFromTheOrdersOfTheFields()
     {
-        QCOMPARE(saved(peakValues()), hex(PeakStream).toHex());
+        QCOMPARE(saved(peakValues()).toHex(), hex(PeakStream).toHex());
         QCOMPARE(hex(PeakStream).size(), 9);
-        QCOMPARE(saved(systecValues()), hex(SystecStream).toHex());
+        QCOMPARE(saved(systecValues()).toHex(), hex(SystecStream).toHex());
         QCOMPARE(hex(SystecStream).size(), 25);
     }
 
@@ -128,8 +120,8 @@ private Q_SLOTS:
 
     void defaultsAreZeroButParam4()
     {
-        QCOMPARE(saved(Peak()), QByteArray(18, '0'));
-        QCOMPARE(saved(Systec()), hex("00000000 FFFFFFFF 00 00000000 00000000 00000000 00000000").toHex());
+        QCOMPARE(saved(Peak()).toHex(), QByteArray(18, '0'));
+        QCOMPARE(saved(Systec()).toHex(), hex("00000000 FFFFFFFF 00 00000000 00000000 00000000 00000000").toHex());
         QCOMPARE(described(Props()), QStringLiteral("0 500 2000 0"));
     }
 
@@ -146,11 +138,11 @@ private Q_SLOTS:
     void variantsStreamByName()
     {
         const FakeAdapter adapter;
-        QCOMPARE(saved(QVariant::fromValue(peakValues())),
+        QCOMPARE(saved(QVariant::fromValue(peakValues())).toHex(),
                  (hex("00000400 00 00000022") + QByteArray("AbstractCanAdapter::PeakAdvValues", 34) + hex(PeakStream))
                      .toHex());
         QCOMPARE(
-            saved(QVariant::fromValue(systecValues())),
+            saved(QVariant::fromValue(systecValues())).toHex(),
             (hex("00000400 00 00000027") + QByteArray("AbstractCanAdapter::SystecXM3AdvValues", 39) + hex(SystecStream))
                 .toHex());
     }

@@ -3,6 +3,7 @@
 
 #include "support/hex.h"
 #include "support/log_recorder.h"
+#include "support/saved.h"
 
 #include <QtCore/QDataStream>
 #include <QtCore/QRect>
@@ -42,15 +43,6 @@ Reading byQt(const QByteArray &data)
         stream >> value;
         return value;
     });
-}
-
-QByteArray saved(const QVariant &value)
-{
-    QByteArray data;
-    QDataStream stream(&data, QIODevice::WriteOnly);
-    stream.setVersion(QDataStream::Qt_5_12);
-    stream << value;
-    return data;
 }
 
 QByteArray nested(int depth)

@@ -5,6 +5,7 @@
 #include "support/bitrate_records.h"
 #include "support/hex.h"
 #include "support/log_recorder.h"
+#include "support/saved.h"
 
 #include <QtCore/QBuffer>
 #include <QtCore/QDataStream>
@@ -23,15 +24,6 @@ struct LoadResult
     QDataStream::Status status = QDataStream::Ok;
     qint64 position = 0;
 };
-
-template <typename Record>
-QByteArray saved(const Record &record)
-{
-    QByteArray data;
-    QDataStream stream(&data, QIODevice::WriteOnly);
-    stream << record;
-    return data;
-}
 
 template <typename Record>
 LoadResult loaded(const QByteArray &data, Record record)
