@@ -34,12 +34,13 @@ QString cutRecord(const QByteArray &bytes)
 // What a position holds after a restoring that ended within its bytes.
 QString afterCut(int position, const QByteArray &bytes, const QString &before)
 {
-    const quint8 type = static_cast<quint8>(hex(FullForm[static_cast<std::size_t>(position)])[3]);
-    const bool byName = hex(FullForm[static_cast<std::size_t>(position)])[2] != 0;
+    const QByteArray whole = hex(FullForm[static_cast<std::size_t>(position)]);
+    const int type = static_cast<quint8>(whole.at(3));
+    const bool byName = whole.at(2) != 0;
     if (bytes.size() < 4 || position == A::option_isCiA309)
         return before; // the type number reads as 0
     if (byName) {
-        const int nameEnd = HeaderSize + 4 + hex(FullForm[static_cast<std::size_t>(position)])[8];
+        const int nameEnd = HeaderSize + 4 + whole.at(8);
         if (bytes.size() < nameEnd)
             return before; // no such type
         const QByteArray record = bytes.mid(nameEnd);
@@ -175,14 +176,14 @@ void TestDamagedStoredForm::eachFlippedByteLeavesThePrefixRestored()
     const LogRecorder withoutWarnings;
     const AllocationWatch watch;
     int position = 0;
+    QStringList wanted = before;
     for (int index = 0; index < whole.size(); ++index) {
         if (index == starts[position + 1])
-            ++position;
+            wanted = afterPrefix(starts[++position], before);
         QByteArray damaged = whole;
         damaged[index] = static_cast<char>(damaged[index] ^ pattern);
         FakeAdapter adapter;
         adapter.setValuesFromByteArray(damaged);
-        const QStringList wanted = afterPrefix(starts[position], before);
         const QStringList actual = allOptions(adapter);
         for (int earlier = 0; earlier < position; ++earlier) {
             QVERIFY2(actual[earlier] == wanted[earlier],
