@@ -89,7 +89,7 @@ double quantileOf(std::vector<double> values, double fraction)
 {
     if (values.empty())
         return 0.0;
-    const auto place = static_cast<std::size_t>(fraction * static_cast<double>(values.size() - 1) + 0.5);
+    const auto place = static_cast<std::size_t>(std::lround(fraction * static_cast<double>(values.size() - 1)));
     std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(place), values.end());
     return values[place];
 }

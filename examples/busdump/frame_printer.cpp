@@ -4,6 +4,7 @@
 #include "common/candump_log.h"
 
 #include <BusLinkDesk/adapter/abstract_can_adapter.h>
+#include <BusLinkDesk/traffic/can_scheduler.h>
 
 #include <cerrno>
 #include <climits>
@@ -46,12 +47,15 @@ FramePrinter::FramePrinter(int descriptor, Settings settings)
 void FramePrinter::setAdapter(AbstractCanAdapter *adapter)
 {
     connect(
-        adapter, &AbstractCanAdapter::newCanMessage, this,
-        [this](CAN::CanRxMessage *message) {
-            if (!message->isTx)
-                receive(*message);
-        },
+        adapter, &AbstractCanAdapter::newCanMessage, this, [this](CAN::CanRxMessage *message) { receive(*message); },
         Qt::DirectConnection);
+}
+
+// Queued calls would pile up in the event loop, where nobody counts them, while the reader is slow.
+void FramePrinter::addSender(CanSender *sender)
+{
+    connect(sender, qOverload<CAN::CanRxMessage>(&CanSender::received), this, &FramePrinter::receive,
+            Qt::DirectConnection);
 }
 
 qint64 FramePrinter::lostFrames() const
@@ -63,6 +67,8 @@ qint64 FramePrinter::lostFrames() const
 // Runs on the adapter's thread.
 void FramePrinter::receive(const CAN::CanRxMessage &message)
 {
+    if (message.isTx)
+        return;
     const std::lock_guard lock(mMutex);
     if (mSettings.count > 0 && mReceived == mSettings.count)
         return;

@@ -13,6 +13,7 @@
 #include <string>
 
 class AbstractCanAdapter;
+class CanSender;
 
 namespace buslink {
 
@@ -36,6 +37,9 @@ public:
     /// Prints the frames that this adapter receives. The adapter is gone before the printer is, since
     /// frames arrive on a thread of its own.
     void setAdapter(AbstractCanAdapter *adapter);
+    /// Prints the received frames that a scheduler hands out through this sender. The scheduler's adapter
+    /// is gone before the printer is, as above.
+    void addSender(CanSender *sender);
     /// Writes what still waits. *Blocks:* while the reader takes something at least every `timeoutMs`.
     void flush(int timeoutMs);
 

@@ -1,20 +1,31 @@
 // SPDX-License-Identifier: MIT
 #include "busdump/frame_printer.h"
+#include "busdump/id_argument.h"
 #include "common/adapter_argument.h"
 #include "common/adapter_run.h"
+#include "common/number_argument.h"
 #include "common/program.h"
 #include "common/stop_signals.h"
+
+#include <BusLinkDesk/traffic/can_scheduler.h>
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>
 
+#include <limits>
+#include <optional>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
 constexpr const char *description = R"(Prints the frames that an adapter receives, in the candump log form.
 
 busdump ends after --count frames, at Ctrl-C, and when nobody reads its output any more.
+
+With --id only frames of these identifiers are printed. An identifier is a number here: standard and
+extended frames that carry it both pass. The option can be given several times; where ranges overlap a
+frame is still printed once.
 
 Exit status:
   0       ended as told
@@ -24,8 +35,33 @@ Exit status:
 
 // A reader that takes nothing for so long at the end is not waited for.
 constexpr int FlushTimeoutMs = 2000;
+constexpr quint64 CountMax = std::numeric_limits<qint64>::max();
 
-int dump(const QString &adapterText, qint64 count)
+struct Wanted
+{
+    qint64 count = 0;
+    std::vector<buslink::IdRange> ids;
+};
+
+// Registered before the adapter opens, so that no frame meets the lock of a registration.
+void select(const std::vector<buslink::IdRange> &ids, CanScheduler &scheduler, buslink::FramePrinter &printer)
+{
+    for (const buslink::IdRange &range : ids) {
+        const QList<QPointer<CanSender>> senders = scheduler.registerCanIdRange(range.first, range.last);
+        for (const QPointer<CanSender> &sender : senders)
+            printer.addSender(sender);
+    }
+    scheduler.connectToAdapter(true);
+}
+
+QString problemOf(const buslink::FramePrinter &printer)
+{
+    if (printer.error().isEmpty() && printer.lostFrames() > 0)
+        return QStringLiteral("%1 frames were lost: writing was too slow").arg(printer.lostFrames());
+    return printer.error();
+}
+
+int dump(const QString &adapterText, const Wanted &wanted)
 {
     buslink::AdapterArgument argument = buslink::createAdapter(adapterText);
     if (!argument.adapter) {
@@ -34,9 +70,14 @@ int dump(const QString &adapterText, qint64 count)
     }
 
     buslink::StopSignals signals;
-    buslink::FramePrinter printer(STDOUT_FILENO, {argument.name, count});
+    buslink::FramePrinter printer(STDOUT_FILENO, {argument.name, wanted.count});
+    // Behind it stands the owner of the adapter, which stops the adapter before the scheduler goes.
+    CanScheduler scheduler(argument.adapter.get());
     buslink::AdapterRun run(std::move(argument.adapter));
-    printer.setAdapter(run.adapter());
+    if (wanted.ids.empty())
+        printer.setAdapter(run.adapter());
+    else
+        select(wanted.ids, scheduler, printer);
     int stopSignal = 0;
     QObject::connect(&signals, &buslink::StopSignals::received, qApp, [&stopSignal](int number) {
         stopSignal = number;
@@ -45,27 +86,18 @@ int dump(const QString &adapterText, qint64 count)
     QObject::connect(&run, &buslink::AdapterRun::failed, qApp, &QCoreApplication::quit);
     QObject::connect(&printer, &buslink::FramePrinter::finished, qApp, &QCoreApplication::quit);
 
-    const bool open = run.start() == CAN::RetOk;
-    if (open)
+    if (run.start() == CAN::RetOk)
         QCoreApplication::exec();
     run.stop();
     printer.flush(FlushTimeoutMs);
 
-    if (!open || run.hasFailed()) {
-        buslink::complain(
-            QStringLiteral("%1: %2").arg(adapterText, open ? QStringLiteral("the transport of the adapter failed")
-                                                           : QStringLiteral("the adapter could not be opened")));
+    const QString problem =
+        run.problem().isEmpty() ? problemOf(printer) : QStringLiteral("%1: %2").arg(adapterText, run.problem());
+    if (!problem.isEmpty()) {
+        buslink::complain(problem);
         return buslink::ExitFailed;
     }
-    if (!printer.error().isEmpty()) {
-        buslink::complain(printer.error());
-        return buslink::ExitFailed;
-    }
-    if (printer.lostFrames() > 0) {
-        buslink::complain(QStringLiteral("%1 frames were lost: writing was too slow").arg(printer.lostFrames()));
-        return buslink::ExitFailed;
-    }
-    if (stopSignal != 0 && count > 0 && !printer.isComplete())
+    if (stopSignal != 0 && wanted.count > 0 && !printer.isComplete())
         return buslink::ExitBySignal + stopSignal;
     return buslink::ExitDone;
 }
@@ -82,14 +114,21 @@ int main(int argc, char **argv)
     const QCommandLineOption adapter = buslink::adapterOption();
     const QCommandLineOption count(QStringLiteral("count"), QStringLiteral("End after this many frames."),
                                    QStringLiteral("number"));
-    parser.addOptions({adapter, count});
+    const QCommandLineOption id(QStringLiteral("id"), QStringLiteral("Print these alone, as 123 or 100-1FF."),
+                                QStringLiteral("identifiers"));
+    parser.addOptions({adapter, count, id});
     if (!buslink::parseArguments(parser, 0))
         return buslink::ExitUsage;
-    bool isNumber = true;
-    const qint64 frames = parser.isSet(count) ? parser.value(count).toLongLong(&isNumber) : 0;
-    if (!isNumber || (parser.isSet(count) && frames < 1)) {
+    const std::optional<quint64> frames =
+        parser.isSet(count) ? buslink::numberBetween(parser.value(count), 1, CountMax) : 0;
+    if (!frames) {
         buslink::complain(QStringLiteral("--count takes a number from 1: '%1'").arg(parser.value(count)));
         return buslink::ExitUsage;
     }
-    return dump(parser.value(adapter), frames);
+    const buslink::IdArgument ids = buslink::parseIds(parser.values(id));
+    if (!ids.error.isEmpty()) {
+        buslink::complain(ids.error);
+        return buslink::ExitUsage;
+    }
+    return dump(parser.value(adapter), {static_cast<qint64>(*frames), ids.ranges});
 }

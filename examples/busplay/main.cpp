@@ -62,17 +62,14 @@ int play(const QString &path, const QString &adapterText, bool fast)
     QObject::connect(&run, &buslink::AdapterRun::failed, &player, &buslink::Player::transportFailed);
     QObject::connect(&player, &buslink::Player::finished, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
 
-    const bool open = run.start() == CAN::RetOk;
-    if (open) {
+    if (run.start() == CAN::RetOk) {
         player.start();
         QCoreApplication::exec();
     }
     run.stop();
 
-    if (!open || run.hasFailed() || !player.error().isEmpty()) {
-        const QString error = !open             ? QStringLiteral("the adapter could not be opened")
-                              : run.hasFailed() ? QStringLiteral("the transport of the adapter failed")
-                                                : player.error();
+    const QString error = run.problem().isEmpty() ? player.error() : run.problem();
+    if (!error.isEmpty()) {
         buslink::complain(QStringLiteral("%1: %2; %3 of %4 accepted frames were sent")
                               .arg(adapterText, error)
                               .arg(player.sentFrames())

@@ -12,10 +12,11 @@ constexpr qint64 RetryPauseUs = 1000;
 
 } // namespace
 
-Player::Player(LineSource *source, Settings settings) : mSource(source), mSettings(settings)
+Player::Player(LineSource *source, Settings settings)
+    : mSource(source), mSettings(settings), mEchoes(settings.echoTimeoutMs)
 {
-    mEchoTimer.setSingleShot(true);
-    connect(&mEchoTimer, &QTimer::timeout, this, [this] { echoesAreLate(); });
+    connect(&mEchoes, &EchoCounter::arrived, this, [this] { proceed(); });
+    connect(&mEchoes, &EchoCounter::late, this, [this] { echoesAreLate(); });
     connect(&mTimer, &DeadlineTimer::expired, this, [this] { proceed(); });
     connect(mSource, &LineSource::ready, this, [this] { proceed(); });
 }
@@ -23,14 +24,7 @@ Player::Player(LineSource *source, Settings settings) : mSource(source), mSettin
 void Player::setAdapter(AbstractCanAdapter *adapter)
 {
     mAdapter = adapter;
-    mAdapter->setEcho(true);
-    connect(
-        mAdapter, &AbstractCanAdapter::newCanMessage, this,
-        [this](CAN::CanRxMessage *message) {
-            if (message->isTx)
-                echoArrived();
-        },
-        Qt::DirectConnection);
+    mEchoes.setAdapter(adapter);
 }
 
 void Player::start()
@@ -57,9 +51,8 @@ void Player::transportFailed()
 
 void Player::proceed()
 {
-    while (!mEnding && outstanding() < Window && takeFrame() && frameIsDue() && writeFrame()) {
+    while (!mEnding && mEchoes.hasRoom() && takeFrame() && frameIsDue() && writeFrame()) {
     }
-    watchEchoes();
     finishWhenAllHaveLeft();
 }
 
@@ -101,7 +94,7 @@ bool Player::writeFrame()
     CAN::CanMessage message = mFrame->message;
     const CAN::RetType result = mAdapter->write(&message);
     if (result == CAN::RetOk) {
-        ++mAccepted;
+        mEchoes.frameAccepted();
         mFrame.reset();
     } else if (result == CAN::RetTxBufferFull) {
         mTimer.startAt(monotonicUs() + RetryPauseUs);
@@ -118,45 +111,15 @@ void Player::fail(const QString &error)
     mFrame.reset();
 }
 
-// Runs on the adapter's thread.
-void Player::echoArrived()
-{
-    ++mEchoes;
-    // One event for all the echoes until it is handled.
-    if (!mEchoNoticed.exchange(true))
-        QMetaObject::invokeMethod(
-            this,
-            [this] {
-                mEchoNoticed = false;
-                proceed();
-            },
-            Qt::QueuedConnection);
-}
-
-void Player::watchEchoes()
-{
-    const qint64 echoes = mEchoes.load();
-    if (mAccepted == echoes)
-        mEchoTimer.stop();
-    else if (!mEchoTimer.isActive() || echoes != mEchoesSeen)
-        mEchoTimer.start(mSettings.echoTimeoutMs);
-    mEchoesSeen = echoes;
-}
-
 void Player::echoesAreLate()
 {
-    // After a long sleep of the whole process the timer comes before the echoes that did arrive.
-    if (mEchoes.load() != mEchoesSeen) {
-        proceed();
-        return;
-    }
-    fail(QStringLiteral("no sign that a frame was sent for %1 ms").arg(mSettings.echoTimeoutMs));
+    fail(mEchoes.lateText());
     finish();
 }
 
 void Player::finishWhenAllHaveLeft()
 {
-    if (!mFinished && mEnding && outstanding() == 0)
+    if (!mFinished && mEnding && mEchoes.allHaveLeft())
         finish();
 }
 
@@ -165,7 +128,7 @@ void Player::finish()
     mFinished = true;
     mEnding = true;
     mTimer.stop();
-    mEchoTimer.stop();
+    mEchoes.stop();
     Q_EMIT finished();
 }
 

@@ -4,12 +4,11 @@
 #include "busplay/deadline_timer.h"
 #include "busplay/line_source.h"
 #include "busplay/play_schedule.h"
+#include "common/echo_counter.h"
 
 #include <QtCore/QObject>
 #include <QtCore/QString>
-#include <QtCore/QTimer>
 
-#include <atomic>
 #include <optional>
 
 class AbstractCanAdapter;
@@ -17,7 +16,7 @@ class AbstractCanAdapter;
 namespace buslink {
 
 /// Writes the frames of a recording to an adapter, and ends only when every frame that the adapter
-/// accepted has left: the adapter delivers an echo of each frame that it sent, and these are counted.
+/// accepted has left, as its echo tells.
 class Player : public QObject
 {
     Q_OBJECT
@@ -28,9 +27,6 @@ public:
         bool fast = false;        ///< Without the recorded pauses.
         int echoTimeoutMs = 5000; ///< How long to wait for the next echo while some are missing.
     };
-
-    /// How many frames may be on their way through the adapter. More would only fill its queue.
-    static constexpr qint64 Window = 256;
 
     /// Plays what the source has.
     Player(LineSource *source, Settings settings);
@@ -46,9 +42,9 @@ public:
     void transportFailed();
 
     /// How many frames have left.
-    qint64 sentFrames() const { return mEchoes.load(); }
+    qint64 sentFrames() const { return mEchoes.sentFrames(); }
     /// How many frames the adapter accepted.
-    qint64 acceptedFrames() const { return mAccepted; }
+    qint64 acceptedFrames() const { return mEchoes.acceptedFrames(); }
     /// What went wrong; empty if nothing did.
     QString error() const { return mError; }
 
@@ -57,14 +53,11 @@ Q_SIGNALS:
     void finished();
 
 private:
-    qint64 outstanding() const { return mAccepted - mEchoes.load(); }
     void proceed();
     bool frameIsDue();
     bool takeFrame();
     bool writeFrame();
     void fail(const QString &error);
-    void echoArrived();
-    void watchEchoes();
     void echoesAreLate();
     void finish();
     void finishWhenAllHaveLeft();
@@ -74,14 +67,10 @@ private:
     const Settings mSettings;
     PlaySchedule mSchedule;
     DeadlineTimer mTimer;
-    QTimer mEchoTimer;
+    EchoCounter mEchoes;
     std::optional<LogFrame> mFrame;
     qint64 mFrameDueUs = 0;
     std::optional<qint64> mStartUs;
-    std::atomic<qint64> mEchoes = 0;
-    std::atomic<bool> mEchoNoticed = false;
-    qint64 mEchoesSeen = 0;
-    qint64 mAccepted = 0;
     bool mEnding = false;
     bool mFinished = false;
     QString mError;

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "common/adapter_argument.h"
 
+#include "common/number_argument.h"
+
 #include <BusLinkDesk/backends/virtual/demo_can_adapter.h>
 
 #include <QtCore/QStringList>
 
-#include <algorithm>
 #include <array>
 #include <optional>
 
@@ -22,20 +23,11 @@ struct AdapterKind
     void (*create)(const QString &parameter, AdapterArgument &result);
 };
 
-std::optional<quint16> portNumber(const QString &text)
-{
-    const bool digits =
-        std::all_of(text.begin(), text.end(), [](QChar c) { return c >= QLatin1Char('0') && c <= QLatin1Char('9'); });
-    bool inRange = false;
-    const quint16 port = text.toUShort(&inRange);
-    return digits && inRange && port > 0 ? std::optional(port) : std::nullopt;
-}
-
 void createVirtual(const QString &parameter, AdapterArgument &result)
 {
     auto adapter = std::make_unique<DemoCanAdapter>(QStringLiteral("examples"));
     if (!parameter.isNull()) {
-        const std::optional<quint16> port = portNumber(parameter);
+        const std::optional<quint64> port = numberBetween(parameter, 1, 65535);
         if (!port) {
             result.error = QStringLiteral("'%1' is no port, which is a number from 1 to 65535").arg(parameter);
             return;

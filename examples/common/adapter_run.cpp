@@ -22,11 +22,19 @@ AdapterRun::~AdapterRun()
 CAN::RetType AdapterRun::start()
 {
     const CAN::RetType result = mAdapter->open();
+    mOpenFailed = result != CAN::RetOk;
     // An adapter that is told to stop before its loop has begun would not hear it and run for ever. Those
     // without a thread are ready when open returns.
     while (result == CAN::RetOk && mAdapter->isRunning() && !mAdapter->getRunning())
         QThread::msleep(1);
     return result;
+}
+
+QString AdapterRun::problem() const
+{
+    if (mOpenFailed)
+        return QStringLiteral("the adapter could not be opened");
+    return mFailed.load() ? QStringLiteral("the transport of the adapter failed") : QString();
 }
 
 void AdapterRun::stop()

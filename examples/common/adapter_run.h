@@ -4,6 +4,7 @@
 #include <BusLinkDesk/adapter/abstract_can_adapter.h>
 
 #include <QtCore/QObject>
+#include <QtCore/QString>
 
 #include <atomic>
 #include <memory>
@@ -29,14 +30,15 @@ public:
     /// Ends reception, waits for the adapter's thread and deletes the adapter. Connections to it are cut
     /// by that, and nothing is delivered any more. Does nothing the second time.
     void stop();
-    /// Whether the transport failed so far; final after `stop()`.
-    bool hasFailed() const { return mFailed.load(); }
+    /// What failed so far: opening the adapter or its transport; empty if nothing did. Final after `stop()`.
+    QString problem() const;
 
 Q_SIGNALS:
     /// The transport failed. *Thread:* the one that this object lives in.
     void failed();
 
 private:
+    bool mOpenFailed = false;
     std::atomic<bool> mFailed = false;
     std::unique_ptr<AbstractCanAdapter> mAdapter;
 };

@@ -37,6 +37,10 @@ struct LogLine
 /// the end. The time stamp may have up to nine decimals; those beyond microseconds are cut off.
 LogLine parseLogLine(std::string_view line);
 
+/// Reads the frame of a line alone, as `123#1122`, into a default frame. Returns why it is none; empty if it
+/// is one.
+std::string parseFrame(std::string_view text, CAN::CanMessage &message);
+
 /// Writes one line, without a line feed. The frame is written as it is, also where no controller would
 /// send it (a classic frame of 12 bytes): a damaged frame should be seen and not mended.
 std::string formatLogLine(const LogFrame &frame);

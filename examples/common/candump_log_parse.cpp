@@ -96,7 +96,7 @@ Error parseIdentifier(std::string_view digits, CAN::CanMessage &message)
         return {};
     // The two bits above the error flag are the marks of other kinds of frames and never written out.
     if (message.isExtended && id >> 29U == ErrorFrameFlag >> 29U)
-        return "an error frame cannot be played: " + quoted(digits);
+        return "an error frame cannot be sent: " + quoted(digits);
     return "identifier out of range: " + quoted(digits);
 }
 
@@ -168,16 +168,20 @@ Error parseFd(std::string_view text, CAN::CanMessage &message)
     return error;
 }
 
-Error parseFrame(std::string_view word, CAN::CanMessage &message)
+} // namespace
+
+std::string parseFrame(std::string_view text, CAN::CanMessage &message)
 {
-    const std::size_t hash = word.find('#');
+    const std::size_t hash = text.find('#');
     if (hash == std::string_view::npos)
-        return word.empty() ? "no frame behind the interface name" : "no # behind the identifier: " + quoted(word);
-    if (Error error = parseIdentifier(word.substr(0, hash), message); !error.empty())
+        return "no # behind the identifier: " + quoted(text);
+    if (Error error = parseIdentifier(text.substr(0, hash), message); !error.empty())
         return error;
-    const std::string_view rest = word.substr(hash + 1);
+    const std::string_view rest = text.substr(hash + 1);
     return rest.substr(0, 1) == "#" ? parseFd(rest.substr(1), message) : parseClassic(rest, message);
 }
+
+namespace {
 
 Error parseWords(std::string_view stamp, std::string_view rest, LogFrame &frame)
 {
@@ -187,7 +191,10 @@ Error parseWords(std::string_view stamp, std::string_view rest, LogFrame &frame)
     if (name.empty())
         return "no interface name behind the time stamp";
     frame.interfaceName = name;
-    if (Error error = parseFrame(takeWord(rest), frame.message); !error.empty())
+    const std::string_view word = takeWord(rest);
+    if (word.empty())
+        return "no frame behind the interface name";
+    if (Error error = parseFrame(word, frame.message); !error.empty())
         return error;
     const std::string_view direction = takeWord(rest);
     const std::string_view excess = direction == "R" || direction == "T" ? takeWord(rest) : direction;

@@ -7,7 +7,7 @@ class QCommandLineParser;
 
 namespace buslink {
 
-/// Exit statuses that both programs have. Ended by a signal, they exit with 128 and its number.
+/// Exit statuses that all programs have. Ended by a signal, they exit with 128 and its number.
 enum ExitStatus : int {
     ExitDone = 0,       ///< Everything was done.
     ExitFailed = 1,     ///< Something outside failed; a message tells what.

@@ -11,6 +11,7 @@
 
 // What the tests of the example programs share.
 
+inline const QString buscycle = QStringLiteral(BUSCYCLE_PROGRAM);
 inline const QString busdump = QStringLiteral(BUSDUMP_PROGRAM);
 inline const QString busplay = QStringLiteral(BUSPLAY_PROGRAM);
 constexpr int PatienceMs = 60000;

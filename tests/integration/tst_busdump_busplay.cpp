@@ -82,7 +82,7 @@ private Q_SLOTS:
         const auto player = play(port, {path});
         QCOMPARE(player->waitForStatus(), 3);
         QCOMPARE(player->errors(), path.toLocal8Bit() + ":3: odd number of payload digits: '112'\n" + path.toLocal8Bit()
-                                       + ":5: an error frame cannot be played: '20000004'\n");
+                                       + ":5: an error frame cannot be sent: '20000004'\n");
         QCOMPARE(player->output(), QByteArray());
         QCOMPARE(dump->waitForStatus(), 0);
         QCOMPARE(framesOf(dump->output()), (QList<QByteArray>{"001#", "002#"}));

@@ -9,12 +9,16 @@
 #include <algorithm>
 
 FrameRecorder::FrameRecorder(AbstractCanAdapter *adapter)
-    : mConnection(QObject::connect(adapter, &AbstractCanAdapter::newCanMessage, [this](CAN::CanRxMessage *message) {
-        const QMutexLocker lock(&mMutex);
-        mFrames.append(*message);
-        mLastThread = QThread::currentThread();
-    }))
+    : mConnection(QObject::connect(adapter, &AbstractCanAdapter::newCanMessage,
+                                   [this](CAN::CanRxMessage *message) { record(*message); }))
 {}
+
+void FrameRecorder::record(const CAN::CanRxMessage &message)
+{
+    const QMutexLocker lock(&mMutex);
+    mFrames.append(message);
+    mLastThread = QThread::currentThread();
+}
 
 FrameRecorder::~FrameRecorder()
 {

@@ -31,6 +31,8 @@ public:
     void clear();
 
 private:
+    void record(const CAN::CanRxMessage &message);
+
     mutable QMutex mMutex;
     QVector<CAN::CanRxMessage> mFrames;
     QThread *mLastThread = nullptr;

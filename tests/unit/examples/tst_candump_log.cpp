@@ -163,8 +163,8 @@ void addDamagedRows()
     row("standard identifier out of range", "(1.5) can0 800#", "identifier out of range: '800'");
     row("extended identifier out of range", "(1.5) can0 40000000#", "identifier out of range: '40000000'");
     row("extended identifier with all bits", "(1.5) can0 FFFFFFFF#", "identifier out of range: 'FFFFFFFF'");
-    row("error frame", "(1.5) can0 20000004#0000000000000000", "an error frame cannot be played: '20000004'");
-    row("highest error frame", "(1.5) can0 3FFFFFFF#", "an error frame cannot be played: '3FFFFFFF'");
+    row("error frame", "(1.5) can0 20000004#0000000000000000", "an error frame cannot be sent: '20000004'");
+    row("highest error frame", "(1.5) can0 3FFFFFFF#", "an error frame cannot be sent: '3FFFFFFF'");
     row("odd digits", "(1.5) can0 123#112", "odd number of payload digits: '112'");
     row("odd digits in FD", "(1.5) can0 123##0112", "odd number of payload digits: '112'");
     row("no digits", "(1.5) can0 123#xy", "the payload is not made of hexadecimal digits: 'xy'");
@@ -224,6 +224,33 @@ private Q_SLOTS:
         QCOMPARE(line.frame.timeUs, qint64(1500000));
         QCOMPARE(line.frame.interfaceName, std::string("can0"));
         QCOMPARE(bytesOf(line.frame.message), bytes);
+    }
+
+    void everyFormIsReadWithoutALine_data() { addFormRows(); }
+    void everyFormIsReadWithoutALine()
+    {
+        QFETCH(QByteArray, text);
+        QFETCH(QByteArray, bytes);
+        CAN::CanMessage message;
+        QCOMPARE(QByteArray::fromStdString(buslink::parseFrame(text.toStdString(), message)), QByteArray());
+        QCOMPARE(bytesOf(message), bytes);
+    }
+
+    void aDamagedFrameIsExplainedWithoutALine_data()
+    {
+        QTest::addColumn<QByteArray>("text");
+        QTest::addColumn<QByteArray>("error");
+        QTest::newRow("empty") << QByteArray() << QByteArray("no # behind the identifier: ''");
+        QTest::newRow("blank before") << QByteArray(" 123#")
+                                      << QByteArray("an identifier has 3 or 8 hexadecimal digits: ' 123'");
+        QTest::newRow("blank behind") << QByteArray("123#11 ")
+                                      << QByteArray("the payload is not made of hexadecimal digits: '11 '");
+    }
+    void aDamagedFrameIsExplainedWithoutALine()
+    {
+        QFETCH(QByteArray, text);
+        CAN::CanMessage message;
+        QTEST(QByteArray::fromStdString(buslink::parseFrame(text.toStdString(), message)), "error");
     }
 
     void whatOtherToolsWriteIsTaken_data() { addTakenVariantRows(); }

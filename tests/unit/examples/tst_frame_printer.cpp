@@ -4,6 +4,8 @@
 #include "support/fake_adapter.h"
 #include "support/frame_recorder.h"
 
+#include <BusLinkDesk/traffic/can_scheduler.h>
+
 #include <QtTest/QtTest>
 
 #include <array>
@@ -41,10 +43,19 @@ QByteArray linesOf(quint32 from, quint32 to)
 // A printer that writes to a pipe what an adapter without a transport delivers.
 struct Bench
 {
-    explicit Bench(FramePrinter::Settings settings = {"bus"}) : printer(open(), settings)
+    enum class Source { Adapter, Scheduler };
+
+    explicit Bench(FramePrinter::Settings settings = {"bus"}, Source source = Source::Adapter)
+        : printer(open(), settings)
     {
         QObject::connect(&printer, &FramePrinter::finished, &printer, [this] { ++finishedCount; });
-        printer.setAdapter(&adapter);
+        if (source == Source::Adapter) {
+            printer.setAdapter(&adapter);
+            return;
+        }
+        for (const QPointer<CanSender> &sender : scheduler.registerCanIdRange(0x100, 0x101))
+            printer.addSender(sender);
+        scheduler.connectToAdapter(true);
     }
 
     void receive(quint32 from, quint32 to)
@@ -67,6 +78,7 @@ struct Bench
     Descriptor writer;
     FramePrinter printer;
     FakeAdapter adapter;
+    CanScheduler scheduler{&adapter};
     QByteArray taken;
     int finishedCount = 0;
 
@@ -106,6 +118,14 @@ private Q_SLOTS:
         bench.adapter.handleNewTxCanMessage(received(0x100));
         bench.receive(0x101, 0x102);
         QTRY_COMPARE(bench.output(), lineOf(0x101));
+    }
+
+    void framesOfASenderArePrintedAndItsEchoesAreNot()
+    {
+        Bench bench({"bus"}, Bench::Source::Scheduler);
+        bench.adapter.handleNewTxCanMessage(received(0x100));
+        bench.receive(0xFF, 0x103);
+        QTRY_COMPARE(bench.output(), linesOf(0x100, 0x102));
     }
 
     void manyFramesAreWrittenTogetherInWholeLines()

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 using buslink::Descriptor;
+using buslink::EchoCounter;
 using buslink::LineSource;
 using buslink::Player;
 using buslink::PlaySchedule;
@@ -142,17 +143,17 @@ private Q_SLOTS:
     void noMoreThanAWindowIsOnItsWay()
     {
         Bench bench;
-        const int window = static_cast<int>(Player::Window);
+        const int window = static_cast<int>(EchoCounter::Window);
         bench.player.start();
         bench.feedFrames(0, window + 10);
         bench.endInput();
-        QTRY_COMPARE(bench.player.acceptedFrames(), Player::Window);
+        QTRY_COMPARE(bench.player.acceptedFrames(), EchoCounter::Window);
         QCoreApplication::processEvents();
-        QCOMPARE(bench.player.acceptedFrames(), Player::Window);
+        QCOMPARE(bench.player.acceptedFrames(), EchoCounter::Window);
         bench.echo(4);
-        QTRY_COMPARE(bench.player.acceptedFrames(), Player::Window + 4);
+        QTRY_COMPARE(bench.player.acceptedFrames(), EchoCounter::Window + 4);
         bench.echo(window - 4 + 4);
-        QTRY_COMPARE(bench.player.acceptedFrames(), Player::Window + 10);
+        QTRY_COMPARE(bench.player.acceptedFrames(), EchoCounter::Window + 10);
         bench.echo(6);
         QTRY_COMPARE(bench.finishedCount, 1);
         QCOMPARE(bench.adapter.written().size(), window + 10);
