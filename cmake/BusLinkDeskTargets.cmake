@@ -20,6 +20,12 @@ if(BUSLINKDESK_SANITIZE)
     endif()
 endif()
 
+if(BUSLINKDESK_BUILD_FUZZERS)
+    # Everything that a fuzz target can reach tells which ways were taken; the targets add the engine.
+    target_compile_options(buslinkdesk_settings INTERFACE -fsanitize=fuzzer-no-link)
+    target_link_options(buslinkdesk_settings INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
 # Gives a target the project's settings. They stay out of what is installed.
 function(buslinkdesk_configure target)
     target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:buslinkdesk_settings>)

@@ -20,6 +20,7 @@ public:
     using AbstractCanAdapter::handleNewCanMessage;
     using AbstractCanAdapter::handleNewTxCanMessage;
     using AbstractCanAdapter::len2dlc;
+    using AbstractCanAdapter::mAllowSleep;
     using AbstractCanAdapter::mClassicBusParams;
     using AbstractCanAdapter::mEcho;
     using AbstractCanAdapter::mFdBusParams;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <BusLinkDesk/adapter/abstract_can_adapter.h>
 
+#include <BusLinkDesk/adapter/stored_value_p.h>
+
 #include <QtCore/QDataStream>
 #include <QtCore/QIODevice>
 
@@ -64,8 +66,7 @@ void AbstractCanAdapter::setValuesFromByteArray(QByteArray data)
     for (int number = 0; number < option_lastEnum; ++number) {
         if (stream.atEnd() || stream.status() != QDataStream::Ok)
             return;
-        QVariant value;
-        stream >> value;
+        const QVariant value = buslink::readStoredValue(stream);
         const auto option = static_cast<AdapterOption>(number);
         if (!getSkippedOptions().contains(option))
             setCanAdapterOption(option, value);
@@ -78,11 +79,12 @@ bool AbstractCanAdapter::operator==(AbstractCanAdapter const &other)
         return mAdapterName == other.mAdapterName && mContinuousTimestamp == other.mContinuousTimestamp
                && mCanFd == other.mCanFd && mSystemTime == other.mSystemTime;
     }
-    // Device names count only where both adapters have one, so the order of the comparisons is free.
+    // Device names count only where both adapters have one.
     const bool sameDevice = mAdapterDeviceName.isEmpty() || other.mAdapterDeviceName.isEmpty()
                             || mAdapterDeviceName == other.mAdapterDeviceName;
-    return sameDevice && sameComparedOptions(other) && sameFdBusParameters(mFdBusParams, other.mFdBusParams)
-           && sameClassicBusParameters(mClassicBusParams, other.mClassicBusParams) && sameTypeSpecificSettings(other);
+    return sameComparedOptions(other) && sameFdBusParameters(mFdBusParams, other.mFdBusParams)
+           && sameClassicBusParameters(mClassicBusParams, other.mClassicBusParams) && sameTypeSpecificSettings(other)
+           && sameDevice;
 }
 
 bool AbstractCanAdapter::sameComparedOptions(const AbstractCanAdapter &other) const
