@@ -90,6 +90,8 @@ private Q_SLOTS:
         row("truncated_header", "can2");
         row("crlf", "can0 vcan0");
         row("sample_lines", "can0");
+        row("recorded_first_state", "can0 can1 vcan0 vcan1");
+        row("recorded_many_kinds", "can0 can1 vcan0 body vxcan1@vxcan0 vxcan0@vxcan1");
         const auto text = [](const char *name, const char *listing, const QStringList &names) {
             QTest::newRow(name) << QString::fromUtf8(listing) << names;
         };
@@ -263,6 +265,8 @@ private Q_SLOTS:
             QTest::newRow(name) << text << numbers << QString::fromUtf8(rate);
         };
         file("details_can_up", {0, 500, 0, 100}, "500");
+        file("details_recorded_up", {0, 500, 0, 100}, "500");
+        file("details_recorded_down", {0, 500, 0, 100}, "500");
         file("details_can_down", {0, 0, 0, 0}, "");
         file("details_vcan_fd", {1, 0, 0, 0}, "");
         file("details_pcan", {0, 250, 0, 250}, "250");
