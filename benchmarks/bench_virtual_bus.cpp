@@ -80,10 +80,10 @@ struct Burst
 Burst burstOverAdapters(quint32 frames)
 {
     const quint16 port = freeUdpPort();
-    const auto left = makeVirtualAdapter(port);
-    const auto right = makeVirtualAdapter(port);
     std::atomic<qint64> received = 0;
     std::atomic<Clock::time_point> last = Clock::now();
+    const auto left = makeVirtualAdapter(port);
+    const auto right = makeVirtualAdapter(port);
     QObject::connect(right.get(), &AbstractCanAdapter::newCanMessage, [&](CAN::CanRxMessage *) {
         ++received;
         last = Clock::now();
@@ -128,10 +128,10 @@ Burst burstOverBareSockets(quint32 frames)
 std::vector<double> roundTripsOverAdapters(int count)
 {
     const quint16 port = freeUdpPort();
-    const auto left = makeVirtualAdapter(port);
-    const auto right = makeVirtualAdapter(port);
     std::atomic<int> answers = 0;
     Clock::time_point answered;
+    const auto left = makeVirtualAdapter(port);
+    const auto right = makeVirtualAdapter(port);
     QObject::connect(right.get(), &AbstractCanAdapter::newCanMessage,
                      [&right](CAN::CanRxMessage *message) { right->write(&message->message); });
     QObject::connect(left.get(), &AbstractCanAdapter::newCanMessage, [&](CAN::CanRxMessage *) {

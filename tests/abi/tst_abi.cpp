@@ -6,6 +6,8 @@
 #include <BusLinkDesk/backends/virtual/demo_can_adapter.h>
 #include <BusLinkDesk/bus_link_desk.h>
 
+#include "support/meta_methods.h"
+
 #include <QtTest/QtTest>
 
 #include <cstddef>
@@ -26,21 +28,6 @@ int slotOf(Method method)
     std::memcpy(&parts, &method, sizeof parts);
     return parts.pointer % 2 == 1 ? static_cast<int>((parts.pointer - 1) / static_cast<std::ptrdiff_t>(sizeof(void *)))
                                   : -1;
-}
-
-QStringList methodsOf(const QMetaObject &metaObject)
-{
-    QStringList methods;
-    for (int index = metaObject.methodOffset(); index < metaObject.methodCount(); ++index) {
-        const QMetaMethod method = metaObject.method(index);
-        const char *const kinds[] = {"method", "signal", "slot", "constructor"};
-        const char *const accesses[] = {"private", "protected", "public"};
-        methods << QStringLiteral("%1 %2 %3 (%4)")
-                       .arg(QLatin1String(accesses[method.access()]), QLatin1String(kinds[method.methodType()]),
-                            QString::fromLatin1(method.methodSignature()),
-                            QString::fromLatin1(method.parameterNames().join(',')));
-    }
-    return methods;
 }
 
 /// Opens the protected members of the class to the tests below.

@@ -34,10 +34,10 @@ int runBusReceiver(int argc, char **argv)
     if (argc != 3 || std::strcmp(argv[1], "receive-from-bus") != 0)
         return -1;
     const QCoreApplication application(argc, argv);
-    const AdapterPointer<DemoCanAdapter> adapter = makeVirtualAdapter(QByteArray(argv[2]).toUShort());
     std::atomic<qint64> received = 0;
     std::atomic<qint64> outOfOrder = 0;
     qint64 last = -1;
+    const AdapterPointer<DemoCanAdapter> adapter = makeVirtualAdapter(QByteArray(argv[2]).toUShort());
     QObject::connect(adapter.get(), &AbstractCanAdapter::newCanMessage, [&](CAN::CanRxMessage *message) {
         if (message->message.id <= last)
             ++outOfOrder;
@@ -64,8 +64,8 @@ PacedResult runPacedBus(const QString &program, int receivers, double framesPerS
     }
     result.started = QTest::qWaitFor([&] { return udpSocketsOnPort(port) == receivers; }, 30000);
 
-    const AdapterPointer<DemoCanAdapter> sender = makeVirtualAdapter(port);
     std::atomic<qint64> echoes = 0;
+    const AdapterPointer<DemoCanAdapter> sender = makeVirtualAdapter(port);
     QObject::connect(sender.get(), &AbstractCanAdapter::newCanMessage, [&echoes](CAN::CanRxMessage *message) {
         if (message->isTx)
             ++echoes;

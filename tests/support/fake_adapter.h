@@ -22,6 +22,7 @@ public:
     using AbstractCanAdapter::len2dlc;
     using AbstractCanAdapter::mAllowSleep;
     using AbstractCanAdapter::mClassicBusParams;
+    using AbstractCanAdapter::mDriverConfigFlag;
     using AbstractCanAdapter::mEcho;
     using AbstractCanAdapter::mFdBusParams;
     using AbstractCanAdapter::mLastTimeStamp;

@@ -2,14 +2,22 @@
 #include "support/free_port.h"
 
 #include <QtCore/QFile>
+#include <QtCore/QRandomGenerator>
 #include <QtNetwork/QUdpSocket>
 
 quint16 freeUdpPort()
 {
-    QUdpSocket probe;
-    if (!probe.bind(QHostAddress::AnyIPv4, 0, QAbstractSocket::DontShareAddress))
-        qFatal("no free UDP port");
-    return probe.localPort();
+    // Below the range from which the system takes the ports of sockets that only send: one of those
+    // must not get hold of the port before the test does.
+    constexpr int first = 10240;
+    constexpr int end = 32768;
+    for (int attempt = 0; attempt < 1000; ++attempt) {
+        const auto port = static_cast<quint16>(QRandomGenerator::system()->bounded(first, end));
+        QUdpSocket probe;
+        if (probe.bind(QHostAddress::AnyIPv4, port, QAbstractSocket::DontShareAddress))
+            return port;
+    }
+    qFatal("no free UDP port");
 }
 
 int udpSocketsOnPort(quint16 port)

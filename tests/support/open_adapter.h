@@ -10,11 +10,14 @@
 
 #include <memory>
 
-/// Stops an adapter in its proper order before it deletes it, also where a test fails half-way.
+/// Stops an adapter before it deletes it, also where a test fails half-way: without the pause of
+/// `prepareToTerminate`, but not before the loop has begun, when a stop would not be heard.
 struct AdapterStopper
 {
     void operator()(AbstractCanAdapter *adapter) const
     {
+        while (adapter->isRunning() && !adapter->getRunning())
+            QThread::usleep(100);
         adapter->closeAdapter();
         adapter->wait();
         delete adapter;

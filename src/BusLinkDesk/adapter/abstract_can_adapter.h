@@ -23,11 +23,16 @@ class QDataStream;
 /// receives.
 ///
 /// Life cycle: construct, configure, `open()`; later `prepareToTerminate()`, `QThread::wait()`,
-/// delete. `closeAdapter()` ends reception as well and leaves the adapter ready for another `open()`.
+/// delete. `closeAdapter()` ends reception as well; once `QThread::wait()` has returned, the adapter may
+/// be opened again.
+///
+/// *Kept on purpose:* the loop sets its own flag when it begins, so a stop that comes between `open()`
+/// and that moment is not heard and the thread runs on. Whoever stops an adapter right after opening it
+/// waits for `getRunning()`, or for the thread to end by itself, first.
 ///
 /// *Thread:* Configuration, `open()` and the stopping operations belong to one thread of the
-/// application. `write(CAN::CanMessage*)` may be called from any thread. Frames are delivered on the
-/// adapter's own thread.
+/// application. `write(CAN::CanMessage*)` may be called from any thread. Received frames are delivered on
+/// the adapter's own thread; an echo may come on the thread that writes.
 ///
 /// Options are plain fields without a lock, on the understanding that a program configures first and
 /// opens then. The numbers and flags among them are written and read as relaxed atomics, so a change
@@ -152,7 +157,7 @@ public:
     /// *Blocks:* until the transport is prepared, as each back end says.
     /// *Fails:* `CAN::RetError`; the thread was not started.
     virtual CAN::RetType open() = 0;
-    /// Ends reception; `open()` may be called again afterwards.
+    /// Ends reception. `open()` may be called again once `QThread::wait()` has returned.
     virtual void closeAdapter() = 0;
     /// Sends a text command.
     /// *Fails:* `CAN::RetError` from every back end without text commands.
@@ -293,8 +298,8 @@ public:
     static CAN::CANBitrateDesc getBitrateFromTimings(quint16 clock, quint8 prescaler, quint16 tSeg1, quint16 tSeg2);
 
 Q_SIGNALS:
-    /// A frame was received or echoed. The record lives only as long as the call, on the adapter's
-    /// thread: connect directly and keep no pointer.
+    /// A frame was received (on the adapter's thread) or echoed (on that or the writing thread). The
+    /// record lives only as long as the call: connect directly and keep no pointer.
     void newCanMessage(CAN::CanRxMessage *message);
     /// The same frame, right afterwards, for receivers on other threads.
     void newCanMessageByValue(CAN::CanRxMessage message);

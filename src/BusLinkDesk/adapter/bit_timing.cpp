@@ -2,11 +2,10 @@
 #include <BusLinkDesk/adapter/bit_timing_p.h>
 
 #include <QtCore/QDebug>
-#include <QtCore/QVector>
+#include <QtCore/QVarLengthArray>
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 namespace buslink {
 
@@ -39,10 +38,50 @@ SearchLimits resolveLimits(const TimingRequest &request)
     return limits;
 }
 
+// The pairs of prescaler and quanta that meet the rate exactly, by rising prescaler.
+//
+// A pair meets it when clock * 1000.0 / (prescaler * quanta) == bitrate in double precision, and that is
+// the same as prescaler * quanta * bitrate == clock * 1000 in integers. Dividend, divisor and rate are
+// exact doubles, so an integer match divides without rounding. Without a match the true quotient is off
+// the rate by at least 1 / divisor, which is more than 2^-24 (32767 * 385 < 2^24), while rounding to a
+// rate below 2^16 bridges 2^-38 at most. So a prescaler has one fitting number of quanta or none, and
+// both are divisors of the clock periods in one bit.
+class ExactRatePairs
+{
+public:
+    ExactRatePairs(const TimingRequest &request, int quantaMax)
+        : mPeriods(request.clockMHz * 1000 % request.bitrateKbit == 0 ? request.clockMHz * 1000 / request.bitrateKbit
+                                                                      : 0)
+        , mPrescalerNext(std::max({int(request.thresholds.prescalerMin), 1, (mPeriods + quantaMax - 1) / quantaMax}))
+        , mPrescalerLast(std::min(int(request.thresholds.prescalerMax), mPeriods / FirstQuanta))
+    {}
+
+    bool next()
+    {
+        while (mPrescalerNext <= mPrescalerLast) {
+            // Of all prescalers with this integral quotient only the last one can divide evenly.
+            quanta = mPeriods / mPrescalerNext;
+            prescaler = mPeriods / quanta;
+            mPrescalerNext = prescaler + 1;
+            if (prescaler * quanta == mPeriods)
+                return prescaler <= mPrescalerLast;
+        }
+        return false;
+    }
+
+    int prescaler = 0;
+    int quanta = 0;
+
+private:
+    int mPeriods;
+    int mPrescalerNext;
+    int mPrescalerLast;
+};
+
 // qRound, and 0 where the number does not fit an int, which no quantum count can match.
 quint16 roundedLow16(double value)
 {
-    if (!(std::fabs(value) < 2147483000.0))
+    if (!(value > -2147483648.0 && value < 2147483647.5))
         return 0;
     return static_cast<quint16>(qRound(value));
 }
@@ -51,6 +90,37 @@ bool hasPositiveFraction(double value)
 {
     double whole = 0.0;
     return std::modf(value, &whole) > 0.0;
+}
+
+// Puts the sample point at the quantum nearest to the wanted place; false where a segment would be missing.
+bool splitQuanta(CAN::CANBitTimingParameter &timing, int quanta, double boundary)
+{
+    const quint16 rounded = roundedLow16(boundary);
+    if (rounded >= quanta || rounded <= 1)
+        return false;
+    timing.tSeg1 = static_cast<quint16>(rounded - 1);
+    timing.tSeg2 = static_cast<quint16>(quanta - rounded);
+    return true;
+}
+
+quint16 jumpWidth(quint16 tSeg2, quint16 sjwMax)
+{
+    return std::max<quint16>(1, std::min(tSeg2, sjwMax));
+}
+
+bool findExact(const TimingRequest &request, const SearchLimits &limits, double wantedFraction,
+               CAN::CANBitTimingParameter &timing)
+{
+    for (ExactRatePairs pairs(request, limits.quantaMax); pairs.next();) {
+        timing.prescaler = static_cast<quint16>(pairs.prescaler);
+        const double boundary = pairs.quanta * wantedFraction;
+        if (hasPositiveFraction(boundary) || !splitQuanta(timing, pairs.quanta, boundary)
+            || !segmentsWithin(timing, limits.segments))
+            continue;
+        timing.sjw = jumpWidth(timing.tSeg2, limits.sjwMax);
+        return true;
+    }
+    return false;
 }
 
 // Where the search tells which candidate it took. The tie cannot be reached while candidates come by
@@ -66,7 +136,9 @@ void logChoice(int line, const CAN::CANBitTimingParameter &candidate, const doub
         debug << *difference;
 }
 
-CAN::CANBitTimingParameter chooseNearest(const QVector<CAN::CANBitTimingParameter> &candidates, double wantedFraction,
+} // namespace
+
+CAN::CANBitTimingParameter chooseNearest(std::span<const CAN::CANBitTimingParameter> candidates, double wantedFraction,
                                          CAN::CANBitTimingParameter chosen)
 {
     double best = 100.0;
@@ -85,115 +157,36 @@ CAN::CANBitTimingParameter chooseNearest(const QVector<CAN::CANBitTimingParamete
     return chosen;
 }
 
-} // namespace
-
-CAN::CANBitrateDesc bitrateRow(const QString &label, quint16 bitrateKbit, double samplePointPercent)
-{
-    CAN::CANBitrateDesc row;
-    row.label = label;
-    row.bitrate = bitrateKbit;
-    row.samplePoint = samplePointPercent;
-    return row;
-}
-
-quint16 bitrateOfTiming(quint16 clockMHz, quint8 prescaler, quint16 tSeg1, quint16 tSeg2)
-{
-    if (prescaler == 0)
-        return 0;
-    const int bits = tSeg1 + 1 + tSeg2;
-    const double quotient = clockMHz * 1000.0 / (prescaler * bits);
-    return static_cast<quint16>(static_cast<quint32>(quotient));
-}
-
-double samplePointOfTiming(quint16 tSeg1, quint16 tSeg2)
-{
-    const int bits = tSeg1 + 1 + tSeg2;
-    return static_cast<double>(static_cast<float>(tSeg1 + 1) / static_cast<float>(bits));
-}
-
-bool segmentsWithin(const CAN::CANBitTimingParameter &timing, const SegmentLimits &limits)
-{
-    return timing.tSeg1 != 0 && timing.tSeg2 != 0 && timing.tSeg2 <= limits.tSeg2Max && timing.tSeg1 <= limits.tSeg1Max
-           && timing.tSeg2 >= limits.tSeg2Min;
-}
-
-bool moveToNearestSamplePoint(CAN::CANBitTimingParameter &timing, const SegmentLimits &limits, double wantedFraction)
-{
-    if (timing.tSeg1 == 0 || timing.tSeg2 == 0)
-        return false;
-    const auto sum = static_cast<quint16>(timing.tSeg1 + timing.tSeg2);
-    bool found = false;
-    CAN::CANBitTimingParameter nearest;
-    double best = std::numeric_limits<double>::max();
-    for (int tSeg2 = limits.tSeg2Min; tSeg2 <= limits.tSeg2Max; ++tSeg2) {
-        const auto tSeg1 = static_cast<quint16>(sum - tSeg2);
-        if (tSeg1 > limits.tSeg1Max)
-            continue;
-        // Without a nearest place (a fraction that is no number) the last one tried stays in the record.
-        timing.tSeg1 = tSeg1;
-        timing.tSeg2 = static_cast<quint16>(tSeg2);
-        const double difference = std::fabs(samplePointOfTiming(timing.tSeg1, timing.tSeg2) - wantedFraction);
-        if (best > difference) {
-            best = difference;
-            nearest = timing;
-            found = true;
-        }
-    }
-    if (!found)
-        return false;
-    timing = nearest;
-    timing.valid = true;
-    return static_cast<quint16>(timing.tSeg1 + timing.tSeg2) == sum;
-}
-
 CAN::CANBitTimingParameter findBitTiming(const TimingRequest &request, bool &ok)
 {
     ok = false;
     CAN::CANBitTimingParameter timing;
     if (request.samplePointPercent == 0.0 || request.clockMHz == 0 || request.bitrateKbit == 0)
         return timing;
-    const double wantedFraction = request.samplePointPercent / 100.0;
-    const SearchLimits limits = resolveLimits(request);
-    const int prescalerMin = request.thresholds.prescalerMin;
-    const int prescalerMax = request.thresholds.prescalerMax;
     timing.prescaler = request.thresholds.prescalerMin;
-    if (prescalerMax < prescalerMin)
+    if (request.thresholds.prescalerMax < int(request.thresholds.prescalerMin))
         return timing;
 
-    QVector<CAN::CANBitTimingParameter> candidates;
-    for (const bool closest : {false, true}) {
-        for (int prescaler = prescalerMin; prescaler <= prescalerMax; ++prescaler) {
-            timing.prescaler = static_cast<quint16>(prescaler);
-            for (int quanta = FirstQuanta; quanta <= limits.quantaMax; ++quanta) {
-                if (request.clockMHz * 1000.0 / (prescaler * quanta) != request.bitrateKbit)
-                    continue;
-                const double boundary = quanta * wantedFraction;
-                if (!closest && hasPositiveFraction(boundary))
-                    continue;
-                const quint16 rounded = roundedLow16(boundary);
-                if (rounded >= quanta || rounded <= 1)
-                    continue;
-                timing.tSeg1 = static_cast<quint16>(rounded - 1);
-                timing.tSeg2 = static_cast<quint16>(quanta - rounded);
-                const bool fits = closest ? moveToNearestSamplePoint(timing, limits.segments, wantedFraction)
-                                          : segmentsWithin(timing, limits.segments);
-                if (!fits)
-                    continue;
-                timing.sjw = std::max<quint16>(1, std::min(timing.tSeg2, limits.sjwMax));
-                if (!closest) {
-                    ok = true;
-                    return timing;
-                }
-                candidates.append(timing);
-                break;
-            }
-        }
-    }
-    timing.prescaler = static_cast<quint16>(prescalerMax + 1);
-    if (candidates.isEmpty())
+    const double wantedFraction = request.samplePointPercent / 100.0;
+    const SearchLimits limits = resolveLimits(request);
+    ok = findExact(request, limits, wantedFraction, timing);
+    if (ok)
         return timing;
-    ok = true;
-    return chooseNearest(candidates, wantedFraction, timing);
+
+    QVarLengthArray<CAN::CANBitTimingParameter, 64> candidates;
+    for (ExactRatePairs pairs(request, limits.quantaMax); pairs.next();) {
+        timing.prescaler = static_cast<quint16>(pairs.prescaler);
+        if (!splitQuanta(timing, pairs.quanta, pairs.quanta * wantedFraction)
+            || !moveToNearestSamplePoint(timing, limits.segments, wantedFraction))
+            continue;
+        timing.sjw = jumpWidth(timing.tSeg2, limits.sjwMax);
+        candidates.append(timing);
+    }
+    timing.prescaler = static_cast<quint16>(request.thresholds.prescalerMax + 1);
+    ok = !candidates.isEmpty();
+    // With a fraction beyond all measure no candidate is near enough to be chosen; then the record stays
+    // as the last one left it.
+    return chooseNearest({candidates.constData(), std::size_t(candidates.size())}, wantedFraction, timing);
 }
 
 } // namespace buslink

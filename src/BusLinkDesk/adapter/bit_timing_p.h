@@ -3,6 +3,8 @@
 
 #include <BusLinkDesk/types/can_bitrates.h>
 
+#include <span>
+
 // Arithmetic of bit rates and bit timing, without an adapter.
 namespace buslink {
 
@@ -36,9 +38,15 @@ double samplePointOfTiming(quint16 tSeg1, quint16 tSeg2);
 /// Whether both segments exist and lie within the limits.
 bool segmentsWithin(const CAN::CANBitTimingParameter &timing, const SegmentLimits &limits);
 
-/// Moves the sample point, with the number of quanta kept, to the place nearest to `wantedFraction`.
-/// *Fails:* false; no place is within the limits.
+/// Moves the sample point, with the number of quanta kept, to the place nearest to `wantedFraction`, and marks
+/// the record `valid`; of two equally near places it takes the one with the smaller `tSeg2`.
+/// *Fails:* false; no place is within the limits, or the nearest one is none with this number of quanta.
 bool moveToNearestSamplePoint(CAN::CANBitTimingParameter &timing, const SegmentLimits &limits, double wantedFraction);
+
+/// Returns the candidate whose sample point is nearest to `wantedFraction`, at the smaller prescaler where two
+/// are equal, and logs each change of mind. `chosen` is returned where none is nearer than 100.
+CAN::CANBitTimingParameter chooseNearest(std::span<const CAN::CANBitTimingParameter> candidates, double wantedFraction,
+                                         CAN::CANBitTimingParameter chosen);
 
 /// Finds timing values for a request: exact sample point at the smallest prescaler, else the nearest.
 /// *Fails:* `ok` is false.

@@ -10,7 +10,7 @@ namespace buslink {
 /// How deep values may nest in a stored form.
 constexpr int StoredValueDepth = 256;
 
-/// Reads one value as `stream >> value` does, but safely from damaged data: memory is taken only for
+/// Reads one value as `stream >> value` does, but safely from damaged data: lists grow only with the
 /// elements that are there, whatever a list's count says, and values nested deeper than
 /// `StoredValueDepth` are damage. Needs a stream with a device that can seek and the status Ok.
 /// *Fails:* the status of the stream tells; the value is what could be read of it.

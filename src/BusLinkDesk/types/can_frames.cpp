@@ -21,7 +21,7 @@ CanMessage::CanMessage()
     , fillByte(0)
 {}
 
-CanRxMessage::CanRxMessage() : isTx(false), packetWord(0), adapterId(0) {}
+CanRxMessage::CanRxMessage() : isTx(false), fillBytes{}, packetWord(0), adapterId(0), endBytes{} {}
 
 // Other processes read these bytes, so a change of layout must not even compile.
 static_assert(sizeof(CanMessage) == 76);
@@ -34,6 +34,8 @@ static_assert(offsetof(CanMessage, isEsi) == 72);
 static_assert(offsetof(CanMessage, isBrs) == 73);
 static_assert(offsetof(CanMessage, reservedFlag) == 74);
 static_assert(offsetof(CanMessage, fillByte) == 75);
+static_assert(std::has_unique_object_representations_v<CanMessage>);
+static_assert(std::has_unique_object_representations_v<CanRxMessage>);
 static_assert(std::is_trivially_copyable_v<CanMessage>);
 static_assert(std::is_trivially_copyable_v<CanRxMessage>);
 static_assert(std::is_trivially_copyable_v<CanTimeStamp>);

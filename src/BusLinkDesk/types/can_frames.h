@@ -62,7 +62,8 @@ struct BUSFOUNDATION_EXPORT CanMessage
     quint8 fillByte;     ///< Fills the record to a multiple of four bytes; travels with the record.
 };
 
-/// One delivered frame: received from the bus, or the echo of a transmitted one. Trivially copyable.
+/// One delivered frame: received from the bus, or the echo of a transmitted one. Trivially copyable, with
+/// a name for every byte, so that records in a QVariant, which compares bytes, are equal when they look it.
 struct BUSFOUNDATION_EXPORT CanRxMessage
 {
     /// Creates a record that counts as received, with a default frame and the stamp 0.000000.
@@ -71,8 +72,10 @@ struct BUSFOUNDATION_EXPORT CanRxMessage
     CanTimeStamp timeStamp; ///< When the frame was seen.
     CanMessage message;     ///< The frame.
     bool isTx;              ///< True for the echo of a frame that this side transmitted.
+    quint8 fillBytes[3];    ///< Zero.
     quint32 packetWord;     ///< Carried over from the packet of a packet bridge; 0 from all other adapters.
     quint16 adapterId;      ///< Unique id of the adapter that delivered the frame.
+    quint8 endBytes[2];     ///< Zero.
 };
 
 } // namespace CAN

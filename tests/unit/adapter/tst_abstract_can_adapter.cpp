@@ -100,6 +100,7 @@ private Q_SLOTS:
         QVERIFY(!adapter.isPrimaryAdapter());
         QCOMPARE(adapter.getId(), static_cast<unsigned short>(0));
         QVERIFY(adapter.mEcho);
+        QVERIFY(!adapter.mDriverConfigFlag);
         QVERIFY(adapter.mLinkedAdapter.isNull());
     }
 
@@ -143,17 +144,17 @@ private Q_SLOTS:
     void holdPausesUnlessSleepIsDisabled()
     {
         FakeAdapter adapter;
-        QElapsedTimer timer;
-        timer.start();
-        for (int pass = 0; pass < 100; ++pass)
-            adapter.hold();
-        QVERIFY2(timer.nsecsElapsed() >= 1000000, "100 pauses of 10 us");
+        const auto hundredHolds = [&adapter] {
+            QElapsedTimer timer;
+            timer.start();
+            for (int pass = 0; pass < 100; ++pass)
+                adapter.hold();
+            return timer.nsecsElapsed();
+        };
+        QVERIFY2(hundredHolds() >= 1000000, "100 pauses of 10 us");
         adapter.setCanAdapterOption(AbstractCanAdapter::option_disableSleep, true);
-        const qint64 pausing = timer.nsecsElapsed();
-        timer.restart();
-        for (int pass = 0; pass < 100; ++pass)
-            adapter.hold();
-        QVERIFY(timer.nsecsElapsed() < pausing);
+        // Without pauses a hundred passes fit into less than the pauses alone; a busy machine gets tries.
+        QTRY_VERIFY(hundredHolds() < 1000000);
     }
 
     // Delivery
@@ -232,7 +233,30 @@ private Q_SLOTS:
         QCOMPARE(got.adapterId, quint16(3));
     }
 
-    void stateAndStampCrossThreadsByName()
+    void stateAndStampCrossThreads()
+    {
+        FakeAdapter adapter;
+        CAN::CanState state = CAN::CanStateNone;
+        CanTimeStamp stamp;
+        QThread *thread = nullptr;
+        connect(&adapter, &AbstractCanAdapter::newCanState, this, [&](CAN::CanState newState, CanTimeStamp ts) {
+            state = newState;
+            stamp = ts;
+            thread = QThread::currentThread();
+        });
+        CanTimeStamp sent;
+        sent.seconds = 11;
+        sent.microseconds = 22;
+        std::thread announcer([&] { Q_EMIT adapter.newCanState(CAN::CanStateErrorPassive, sent); });
+        announcer.join();
+        QVERIFY(!thread);
+        QTRY_COMPARE(thread, QThread::currentThread());
+        QCOMPARE(state, CAN::CanStateErrorPassive);
+        QCOMPARE(stamp.seconds, 11);
+        QCOMPARE(stamp.microseconds, 22);
+    }
+
+    void stateIsAnnouncedInBothFormsWithADefaultStamp()
     {
         FakeAdapter adapter;
         QSignalSpy states(&adapter, SIGNAL(newCanState(CAN::CanState, CanTimeStamp)));
@@ -262,12 +286,14 @@ private Q_SLOTS:
         CAN::CanRxMessage echo = rxFrame(0x10, "e");
         echo.timeStamp.seconds = -5;
         echo.timeStamp.microseconds = 6;
+        echo.packetWord = 0x12345678;
         adapter.handleNewTxCanMessage(echo);
         const CAN::CanRxMessage got = recorder.frames().constFirst();
         QCOMPARE(got.isTx, true);
         QCOMPARE(got.adapterId, quint16(12));
         QCOMPARE(got.timeStamp.seconds, -5);
         QCOMPARE(got.timeStamp.microseconds, 6);
+        QCOMPARE(got.packetWord, 0x12345678U);
         QCOMPARE(bytesOf(got.message), bytesOf(echo.message));
         QCOMPARE(adapter.mLastTimeStamp.seconds, -5);
     }
@@ -325,11 +351,11 @@ private Q_SLOTS:
 
     void continuousStampCountsFromTheSharedStartOnEachAdaptersOwnTimer()
     {
+        QElapsedTimer apart;
+        apart.start();
         FakeAdapter first;
         const unsigned int start = first.mStartTime;
         first.setCanAdapterOption(AbstractCanAdapter::option_continuousTimestamp, true);
-        QElapsedTimer apart;
-        apart.start();
         QTest::qSleep(120);
         FakeAdapter second;
         const qint64 atLeast = 120;
@@ -464,6 +490,28 @@ private Q_SLOTS:
         QVERIFY(target.written().isEmpty());
         source.handleNewCanMessage(rxFrame(1));
         QCOMPARE(target.written().size(), 1);
+    }
+
+    void identifiersBesideTheFilteredOneAreForwarded()
+    {
+        FakeAdapter source;
+        FakeAdapter target;
+        source.setLinkedAdapter(&target);
+        for (const quint32 id : {0x1FFF00EFU, 0xFFFF00EEU, 0xEFU})
+            source.handleNewCanMessage(rxFrame(id));
+        QCOMPARE(target.written().size(), 3);
+    }
+
+    void relinkLeavesOtherConnectionsAlone()
+    {
+        FakeAdapter source;
+        FakeAdapter target;
+        source.setLinkedAdapter(&target);
+        bool heard = false;
+        connect(&source, &AbstractCanAdapter::interfaceError, &target, [&heard] { heard = true; });
+        source.relink();
+        Q_EMIT source.interfaceError();
+        QVERIFY(heard);
     }
 
     void failedForwardIsDropped()

@@ -46,14 +46,25 @@ private Q_SLOTS:
         QCOMPARE(offsetof(CAN::CanRxMessage, adapterId), std::size_t(92));
     }
 
-    void constructorLeavesNoByteOfAMessageUndefined()
+    void constructorsLeaveNoByteUndefined()
     {
-        alignas(CAN::CanMessage) unsigned char memory[sizeof(CAN::CanMessage)];
+        alignas(CAN::CanRxMessage) unsigned char memory[sizeof(CAN::CanRxMessage)];
         for (const int pattern : {0x00, 0xA5, 0xFF}) {
             std::memset(memory, pattern, sizeof memory);
             new (memory) CAN::CanMessage;
-            QCOMPARE(QByteArray(reinterpret_cast<const char *>(memory), sizeof memory), QByteArray(76, '\0'));
+            QCOMPARE(QByteArray(reinterpret_cast<const char *>(memory), 76), QByteArray(76, '\0'));
+            std::memset(memory, pattern, sizeof memory);
+            new (memory) CAN::CanRxMessage;
+            QCOMPARE(QByteArray(reinterpret_cast<const char *>(memory), 96), QByteArray(96, '\0'));
         }
+    }
+
+    void equalRecordsAreEqualInAVariant()
+    {
+        QCOMPARE(QVariant::fromValue(CAN::CanRxMessage()), QVariant::fromValue(CAN::CanRxMessage()));
+        CAN::CanRxMessage other;
+        other.adapterId = 1;
+        QVERIFY(QVariant::fromValue(CAN::CanRxMessage()) != QVariant::fromValue(other));
     }
 
     void defaultRxMessageCountsAsReceived()

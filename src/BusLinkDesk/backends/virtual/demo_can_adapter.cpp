@@ -6,6 +6,7 @@
 #include <BusLinkDesk/backends/virtual/virtual_datagram_p.h>
 #include <BusLinkDesk/backends/virtual/virtual_socket_p.h>
 
+#include <QtCore/QDeadlineTimer>
 #include <QtCore/QDebug>
 #include <QtNetwork/QUdpSocket>
 
@@ -26,8 +27,10 @@ DemoCanAdapter::~DemoCanAdapter()
 
 CAN::RetType DemoCanAdapter::open()
 {
+    mAnnouncing.exchange(true);
     start(QThread::InheritPriority);
     Q_EMIT newCanState(CAN::CanStateErrorActive, CanTimeStamp());
+    mAnnouncing.exchange(false);
     return CAN::RetOk;
 }
 
@@ -98,6 +101,7 @@ CAN::RetType DemoCanAdapter::write(CAN::CanMessage *pMessage)
 void DemoCanAdapter::run()
 {
     mRunningFlag.exchange(true);
+    waitForAnnouncement();
     mBroadcastAddress = QHostAddress(QStringLiteral("127.255.255.255"));
     mTxSocket = new QUdpSocket;
     mRxSocket = new QUdpSocket;
@@ -112,6 +116,15 @@ void DemoCanAdapter::run()
             QThread::usleep(1);
     }
     deleteSockets();
+}
+
+// A failed bind must not be reported before open has announced the state that it takes back. Bounded,
+// since a receiver of the announcement may be waiting for this thread.
+void DemoCanAdapter::waitForAnnouncement() const
+{
+    const QDeadlineTimer deadline(1000);
+    while (mAnnouncing.load() && !deadline.hasExpired())
+        QThread::usleep(10);
 }
 
 bool DemoCanAdapter::bindRxSocket()
@@ -172,6 +185,9 @@ void DemoCanAdapter::handleTxQueue()
 
 void DemoCanAdapter::readPendingDatagrams()
 {
+    // As a slot it can be called by name on an adapter that is not open.
+    if (!mRxSocket)
+        return;
     while (!mEchoQueue.isEmpty())
         handleNewCanMessage(mEchoQueue.takeFirst());
 

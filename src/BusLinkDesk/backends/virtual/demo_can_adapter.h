@@ -15,9 +15,9 @@ class QUdpSocket;
 /// frame goes out as one UDP datagram to 127.255.255.255, and every other adapter on the port
 /// delivers it.
 ///
-/// Starts without echo; `setEcho(true)` turns it on, and an echo is delivered once its frame was
-/// handed to the system. Stamps are always taken from the system's clock. Options with an effect here:
-/// `option_portNumber` (read when the loop binds and at each transmission), `option_uniqueId` and
+/// Starts without echo; `setEcho(true)` turns it on, and an echo is delivered right after its frame's
+/// turn to be sent, whether or not the system took it. Stamps are always taken from the system's clock. Options with an
+/// effect here: `option_portNumber` (read when the loop binds and at each transmission), `option_uniqueId` and
 /// `option_continuousTimestamp`.
 ///
 /// The receive loop polls: it never sleeps while there is something to transmit, and for the shortest
@@ -41,11 +41,14 @@ public:
     using AbstractCanAdapter::write;
 
     /// Starts the adapter's thread and announces `CAN::CanStateErrorActive` on the caller's thread,
-    /// before the port is bound. Returns `CAN::RetOk`.
+    /// before the port is bound. Returns `CAN::RetOk`, also on an adapter that runs already. To reopen
+    /// an adapter, wait for its thread first: an open while the old loop is ending starts nothing.
     /// *Fails:* a port that cannot be bound is reported later, on the adapter's thread: a warning,
     /// `interfaceError`, then `newCanState` with `CAN::CanStateStopped`.
     CAN::RetType open() override;
-    /// Ends the receive loop within one pass; announces nothing.
+    /// Ends the receive loop after the pass at hand; announces nothing.
+    /// *Kept on purpose:* a pass takes all datagrams that are there, so a direct receiver that is slower
+    /// than the bus holds it up. A close before the loop has begun (`getRunning()`) is not heard.
     void closeAdapter() override;
     /// Stores the rate; the bus has none. Returns `CAN::RetOk`.
     CAN::RetType setBitrate(unsigned short bitrate) override;
@@ -53,7 +56,8 @@ public:
     void resetDriver() override;
     /// Returns `CAN::CanStateNone`.
     CAN::CanState getState() override;
-    /// Ends the receive loop and announces `CAN::CanStateStopped` on the caller's thread, run or not.
+    /// Ends the receive loop like `closeAdapter()` and announces `CAN::CanStateStopped` on the caller's
+    /// thread, run or not.
     /// *Blocks:* 200 ms if the loop ran.
     void prepareToTerminate() override;
 
@@ -87,6 +91,7 @@ protected:
     void run() override;
 
 private:
+    Q_DECL_HIDDEN void waitForAnnouncement() const;
     Q_DECL_HIDDEN bool bindRxSocket();
     Q_DECL_HIDDEN void deleteSockets();
     Q_DECL_HIDDEN void reportBindFailure();
@@ -95,6 +100,7 @@ private:
 
     QString mDeviceName;
     unsigned short mBitrate = 0;
+    std::atomic<bool> mAnnouncing{false};
     QUdpSocket *mTxSocket = nullptr;
     QUdpSocket *mRxSocket = nullptr;
     QHostAddress mBroadcastAddress;

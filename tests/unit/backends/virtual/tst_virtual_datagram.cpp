@@ -1,13 +1,28 @@
 // SPDX-License-Identifier: MIT
 #include <BusLinkDesk/backends/virtual/virtual_datagram_p.h>
+#include <BusLinkDesk/backends/virtual/virtual_socket_p.h>
 
 #include "support/frame_recorder.h"
 
 #include <QtTest/QtTest>
 
 #include <algorithm>
+#include <sys/socket.h>
+#include <unistd.h>
 
 using buslink::VirtualDatagram;
+
+namespace {
+
+int receiveBufferOf(int descriptor)
+{
+    int bytes = 0;
+    socklen_t length = sizeof bytes;
+    ::getsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &bytes, &length);
+    return bytes;
+}
+
+} // namespace
 
 class TestVirtualDatagram : public QObject
 {
@@ -80,6 +95,27 @@ private Q_SLOTS:
             const char expected[] = {flag, flag, flag, 0, flag, 0, 0};
             QCOMPARE(got.mid(69), QByteArray(expected, sizeof expected));
         }
+    }
+
+    void receiveBufferIsEnlarged()
+    {
+        const int descriptor = ::socket(AF_INET, SOCK_DGRAM, 0);
+        const int before = receiveBufferOf(descriptor);
+        buslink::enlargeReceiveBuffer(descriptor);
+        const int after = receiveBufferOf(descriptor);
+        ::close(descriptor);
+        QVERIFY2(after > before, qPrintable(QStringLiteral("%1 and then %2 bytes").arg(before).arg(after)));
+    }
+
+    void nothingIsReceivedFromASocketWithoutDatagrams()
+    {
+        const int descriptor = ::socket(AF_INET, SOCK_DGRAM, 0);
+        VirtualDatagram datagram = buslink::emptyVirtualDatagram();
+        quint16 senderPort = 7;
+        QVERIFY(!buslink::receiveDatagram(descriptor, datagram, senderPort));
+        ::close(descriptor);
+        QVERIFY(!buslink::receiveDatagram(-1, datagram, senderPort));
+        QCOMPARE(senderPort, quint16(7));
     }
 };
 

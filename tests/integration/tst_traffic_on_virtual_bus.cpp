@@ -1,0 +1,215 @@
+// SPDX-License-Identifier: MIT
+#include <BusLinkDesk/traffic/can_message_transmitter.h>
+#include <BusLinkDesk/traffic/can_scheduler.h>
+
+#include "support/delivered_frame.h"
+#include "support/log_recorder.h"
+#include "support/open_adapter.h"
+
+#include <QtTest/QtTest>
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <vector>
+
+namespace {
+
+constexpr int TimeoutMs = 60000;
+const auto receivedFrame = QOverload<CAN::CanRxMessage>::of(&CanSender::received);
+
+/// Two adapters on a bus of their own that hear each other.
+struct Bus
+{
+    quint16 port = freeUdpPort();
+    AdapterPointer<DemoCanAdapter> a = makeVirtualAdapter(port, 1);
+    AdapterPointer<DemoCanAdapter> b = makeVirtualAdapter(port, 2);
+
+    bool open() { return openOnBus(a.get()) && openOnBus(b.get()); }
+};
+
+/// Ends dispatch before the scheduler goes, while its adapter may still run.
+struct ConnectedScheduler : CanScheduler
+{
+    explicit ConnectedScheduler(AbstractCanAdapter *adapter) : CanScheduler(adapter) {}
+    ~ConnectedScheduler() override { connectToAdapter(false); }
+};
+
+QVector<int> bytesZeroOf(const QVector<CAN::CanRxMessage> &frames)
+{
+    QVector<int> bytes;
+    for (const CAN::CanRxMessage &frame : frames)
+        bytes << frame.message.data[0];
+    return bytes;
+}
+
+} // namespace
+
+class TestTrafficOnVirtualBus : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void receiversRunOnTheAdaptersThreadAndOnAnother()
+    {
+        Bus bus;
+        ConnectedScheduler scheduler(bus.b.get());
+        const QPointer<CanSender> sender = scheduler.registerCanId(0x321);
+        std::atomic<QThread *> directOn{nullptr};
+        CAN::CanRxMessage direct;
+        connect(
+            sender, receivedFrame, this,
+            [&](CAN::CanRxMessage frame) {
+                direct = frame;
+                directOn = QThread::currentThread();
+            },
+            Qt::DirectConnection);
+        QStringList queued;
+        QThread *queuedOn = nullptr;
+        connect(sender, receivedFrame, this, [&](CAN::CanRxMessage frame) {
+            queued << textOf(frame);
+            queuedOn = QThread::currentThread();
+        });
+        scheduler.connectToAdapter(true);
+        QVERIFY(bus.open());
+        CAN::CanMessage other = makeFrame(0x320, "no");
+        CAN::CanMessage frame = makeFrame(0x321, "yes");
+        frame.isExtended = true;
+        bus.a->write(&other);
+        bus.a->write(&frame);
+        QTRY_COMPARE_WITH_TIMEOUT(queued.size(), 1, TimeoutMs);
+        QCOMPARE(directOn.load(), static_cast<QThread *>(bus.b.get()));
+        QCOMPARE(queuedOn, QThread::currentThread());
+        QCOMPARE(queued, QStringList{textOf(direct)});
+        QCOMPARE(bytesOf(direct.message), bytesOf(frame));
+        QCOMPARE(direct.isTx, false);
+        QCOMPARE(direct.adapterId, quint16(2));
+    }
+
+    void echoIsDispatchedLikeAReceivedFrame()
+    {
+        Bus bus;
+        ConnectedScheduler scheduler(bus.a.get());
+        QVector<CAN::CanRxMessage> got;
+        connect(scheduler.registerCanId(0x42), receivedFrame, this, [&](CAN::CanRxMessage frame) { got << frame; });
+        scheduler.connectToAdapter(true);
+        bus.a->setEcho(true);
+        QVERIFY(bus.open());
+        CAN::CanMessage frame = makeFrame(0x42, "echo");
+        bus.a->write(&frame);
+        QTRY_COMPARE_WITH_TIMEOUT(got.size(), 1, TimeoutMs);
+        QCOMPARE(got[0].isTx, true);
+        QCOMPARE(got[0].adapterId, quint16(1));
+        QCOMPARE(bytesOf(got[0].message), bytesOf(frame));
+    }
+
+    void framesArriveOrAreLoggedAsLostWhileRangesAreRegistered()
+    {
+        Bus bus;
+        const FrameRecorder recorder(bus.b.get());
+        ConnectedScheduler scheduler(bus.b.get());
+        std::atomic<int> delivered{0};
+        connect(
+            scheduler.registerCanId(0x100), receivedFrame, this, [&] { ++delivered; }, Qt::DirectConnection);
+        scheduler.connectToAdapter(true);
+        QVERIFY(bus.open());
+        const LogRecord lost =
+            defaultLogRecord(QtDebugMsg, "void CanScheduler::newRawCanMessage(CAN::CanRxMessage*) 1: Message Lost 256");
+        const LogRecorder log;
+        CanMessageTransmitter transmitter(1);
+        transmitter.setCanAdapter(bus.a.get());
+        transmitter.setTranmissionParameter(makeFrame(0x100, "busy"), 1, 0);
+        transmitter.startTransmission();
+        QTRY_VERIFY_WITH_TIMEOUT(delivered.load() > 0, TimeoutMs);
+        // Each range takes tens of milliseconds, so that sooner or later a frame comes during one.
+        unsigned int first = 0x1000;
+        const QDeadlineTimer deadline(TimeoutMs);
+        while (log.records().isEmpty() && !deadline.hasExpired()) {
+            const QList<QPointer<CanSender>> senders = scheduler.registerCanIdRange(first, first + 49999);
+            QCOMPARE(senders.size(), 50000);
+            first += 50000;
+        }
+        QVERIFY(!log.records().isEmpty());
+        const int deliveredDuringRanges = delivered.load();
+        QTRY_VERIFY_WITH_TIMEOUT(delivered.load() > deliveredDuringRanges, TimeoutMs);
+        transmitter.stopTransmission();
+        bus.b->closeAdapter();
+        QVERIFY(bus.b->wait(TimeoutMs));
+        QCOMPARE(log.records().count(lost), log.records().size());
+        QCOMPARE(delivered.load() + log.records().size(), recorder.count());
+    }
+
+    void countedSyncJobArrivesWhole()
+    {
+        Bus bus;
+        const FrameRecorder recorder(bus.b.get());
+        QVERIFY(bus.open());
+        CanMessageTransmitter transmitter(9);
+        QStringList lines;
+        connect(&transmitter, &CanMessageTransmitter::sigMsgsLeft, this,
+                [&](unsigned short id, unsigned int left) { lines << QStringLiteral("left %1 %2").arg(id).arg(left); });
+        connect(&transmitter, &CanMessageTransmitter::sigFinished, this,
+                [&](unsigned short id) { lines << QStringLiteral("finished %1").arg(id); });
+        connect(&transmitter, &CanMessageTransmitter::transmitError, this, [&] { lines << QStringLiteral("error"); });
+        transmitter.setCanAdapter(bus.a.get());
+        transmitter.setTranmissionParameter(makeFrame(0x80, QByteArray(1, '\0')), 5, 5);
+        transmitter.setSyncValues(true, 3);
+        transmitter.startTransmission();
+        QTRY_COMPARE_WITH_TIMEOUT(
+            lines,
+            (QStringList{QStringLiteral("left 9 4"), QStringLiteral("left 9 3"), QStringLiteral("left 9 2"),
+                         QStringLiteral("left 9 1"), QStringLiteral("left 9 0"), QStringLiteral("finished 9")}),
+            TimeoutMs);
+        QTRY_COMPARE_WITH_TIMEOUT(recorder.count(), 5, TimeoutMs);
+        QCOMPARE(bytesZeroOf(recorder.frames()), (QVector<int>{1, 2, 3, 1, 2}));
+        for (const CAN::CanRxMessage &frame : recorder.frames())
+            QCOMPARE(frame.message.id, 0x80U);
+        QVERIFY(!transmitter.isRunning());
+    }
+
+    void jobsOfSeveralTransmittersShareAnAdapter()
+    {
+        Bus bus;
+        const FrameRecorder recorder(bus.b.get());
+        QVERIFY(bus.open());
+        std::vector<std::unique_ptr<CanMessageTransmitter>> transmitters;
+        QVector<int> finished;
+        for (unsigned short id = 0; id < 4; ++id) {
+            transmitters.push_back(std::make_unique<CanMessageTransmitter>(id));
+            connect(transmitters.back().get(), &CanMessageTransmitter::sigFinished, this,
+                    [&](unsigned short job) { finished << job; });
+            transmitters.back()->setCanAdapter(bus.a.get());
+            transmitters.back()->setTranmissionParameter(makeFrame(0x200U + id, "abc"), 2, 25);
+        }
+        for (const auto &transmitter : transmitters)
+            transmitter->startTransmission();
+        QTRY_COMPARE_WITH_TIMEOUT(recorder.count(), 100, TimeoutMs);
+        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 4, TimeoutMs);
+        std::sort(finished.begin(), finished.end());
+        QCOMPARE(finished, (QVector<int>{0, 1, 2, 3}));
+        QVector<int> perJob(4);
+        for (const CAN::CanRxMessage &frame : recorder.frames())
+            ++perJob[static_cast<int>(frame.message.id - 0x200)];
+        QCOMPARE(perJob, QVector<int>(4, 25));
+    }
+
+    void endlessJobStopsAndStartsAgain()
+    {
+        Bus bus;
+        const FrameRecorder recorder(bus.b.get());
+        QVERIFY(bus.open());
+        CanMessageTransmitter transmitter(1);
+        transmitter.setCanAdapter(bus.a.get());
+        transmitter.setTranmissionParameter(makeFrame(0x7FF, "x"), 1, 0);
+        for (int round = 0; round < 3; ++round) {
+            const int before = recorder.count();
+            transmitter.startTransmission();
+            QTRY_VERIFY_WITH_TIMEOUT(recorder.count() >= before + 10, TimeoutMs);
+            transmitter.stopTransmission();
+            QVERIFY(!transmitter.isRunning());
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(TestTrafficOnVirtualBus)
+#include "tst_traffic_on_virtual_bus.moc"
