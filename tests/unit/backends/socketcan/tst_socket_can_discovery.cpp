@@ -8,6 +8,8 @@
 
 #include <QtTest/QtTest>
 
+#include <array>
+#include <atomic>
 #include <csignal>
 #include <thread>
 
@@ -163,10 +165,10 @@ private Q_SLOTS:
 
     void programsRunOnSeveralThreadsAtOnce()
     {
-        std::vector<std::thread> threads;
+        std::array<std::thread, 4> threads;
         std::atomic<int> good = 0;
-        for (int index = 0; index < 4; ++index)
-            threads.emplace_back([&good] {
+        for (std::thread &thread : threads)
+            thread = std::thread([&good] {
                 QElapsedTimer timer;
                 timer.start();
                 bool seen = false;
