@@ -38,6 +38,8 @@ private Q_SLOTS:
         mBus = backEnd.makeBus();
     }
 
+    void cleanup() { mBus.reset(); }
+
     void newAdapterDoesNotRun()
     {
         const Adapter adapter = mBus->makeAdapter(1);

@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <BusLinkDesk/backends/socketcan/socket_can_frame_p.h>
+
+#include <QtCore/QByteArray>
+
+#include <optional>
+#include <sys/select.h>
+#include <vector>
+
+// System calls on a raw CAN socket. What fails is reported on standard error.
+namespace buslink {
+
+/// Puts `fresh` in the place of `stale` and returns the descriptor that then stands for it. A valid
+/// `stale` keeps its number, so a thread that still writes to it never meets a foreign file.
+int replaceDescriptor(int stale, int fresh);
+
+/// Binds a socket that takes CAN FD frames too to an interface. A name too long for any interface
+/// aborts the process. *Fails:* false; there is no such interface, or it cannot be bound.
+bool bindToInterface(int socket, const QByteArray &name);
+
+/// Asks for a receive buffer that lasts through a burst, and returns the size that came of it, if known.
+std::optional<int> enlargeReceiveBuffer(int socket);
+
+/// Asks for the error frames that tell of the bus state.
+void requestErrorFrames(int socket);
+
+/// Waits for a socket to become readable.
+class ReadableWait
+{
+public:
+    /// What the wait ended with.
+    enum class Result { Readable, TimedOut, Failed };
+
+    /// *Blocks:* up to 100 ms. *Fails:* `Failed`; the wait was interrupted or the descriptor is not valid.
+    Result wait(int socket);
+
+private:
+    std::vector<fd_set> mSets;
+};
+
+/// Takes the next frame, at most `capacity` bytes of it, and returns their number.
+/// *Fails:* a negative number.
+qint64 receiveFrame(int socket, std::size_t capacity, KernelFrame &frame);
+
+/// Hands a classic frame to the interface.
+/// *Fails:* `CAN::RetTxBufferFull` where the interface has no room, else `CAN::RetError`; reports nothing.
+CAN::RetType sendFrame(int socket, const can_frame &frame);
+
+/// Hands a CAN FD frame to the interface. *Fails:* `CAN::RetError`.
+CAN::RetType sendFrame(int socket, const canfd_frame &frame);
+
+} // namespace buslink

@@ -1,0 +1,237 @@
+// SPDX-License-Identifier: MIT
+// Discovery by the real program, and by stand-ins for it that print what cannot be had here.
+#include "socketcan_guest.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QFileInfo>
+#include <QtCore/QTemporaryDir>
+
+#include <algorithm>
+#include <csignal>
+#include <net/if.h>
+
+namespace {
+
+using Props = AbstractCanAdapter::SocketCANProps;
+using Types = QList<AbstractCanAdapter::CanAdapterType>;
+
+constexpr auto peak = AbstractCanAdapter::CanAdapterType(16);
+
+const QStringList usualNames{QStringLiteral("can0"),  QStringLiteral("can1"),  QStringLiteral("can2"),
+                             QStringLiteral("vcan0"), QStringLiteral("vcan1"), QStringLiteral("vcan2")};
+
+bool hasControllers()
+{
+    return qgetenv("BUSLINKDESK_GUEST") != "direct";
+}
+
+QVector<int> numbersOf(const char *device)
+{
+    const Props props = SocketCanAdapter::getSocketCanProps(QString::fromLatin1(device));
+    return {props.isFd ? 1 : 0, props.bitrate, props.dbitrate, props.restartMs};
+}
+
+QString rateOf(const char *device)
+{
+    return SocketCanAdapter::getBitrateOfDevice(QString::fromLatin1(device));
+}
+
+/// The names of the CAN interfaces as the kernel gives them, in the order of their numbers.
+QStringList namesOfTheKernel()
+{
+    QVector<QPair<unsigned int, QString>> numbered;
+    const QStringList all = QDir(QStringLiteral("/sys/class/net")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    for (const QString &name : all) {
+        QFile type(QStringLiteral("/sys/class/net/%1/type").arg(name));
+        if (type.open(QIODevice::ReadOnly) && type.readAll().trimmed() == "280")
+            numbered.append({::if_nametoindex(qPrintable(name)), name});
+    }
+    std::sort(numbered.begin(), numbered.end());
+    QStringList names;
+    for (const auto &one : numbered)
+        names.append(one.second);
+    return names;
+}
+
+/// Puts a program in the place of /sbin/ip while it lives. Mounted over it, so that a machine's own file
+/// is never changed.
+class StandIn
+{
+public:
+    explicit StandIn(const QByteArray &script, bool executable = true)
+    {
+        QFile file(mFolder.filePath(QStringLiteral("ip")));
+        if (!file.open(QIODevice::WriteOnly) || file.write("#!/bin/sh\n" + script) < 0)
+            qFatal("no stand-in");
+        file.close();
+        file.setPermissions(QFile::ReadOwner | (executable ? QFile::ExeOwner : QFile::ReadOwner));
+        mProgram = QFileInfo(QStringLiteral("/sbin/ip")).canonicalFilePath();
+        if (!shell(QStringLiteral("mount --bind %1 %2").arg(file.fileName(), mProgram)).isEmpty())
+            qFatal("the stand-in takes no place");
+    }
+    ~StandIn() { shell(QStringLiteral("umount -l %1").arg(mProgram)); }
+    StandIn(const StandIn &) = delete;
+    StandIn &operator=(const StandIn &) = delete;
+
+private:
+    QTemporaryDir mFolder;
+    QString mProgram;
+};
+
+} // namespace
+
+class TestSocketCanDiscovery : public QObject
+{
+    Q_OBJECT
+
+private:
+    bool mInterfacesChanged = false;
+
+    QString change(const char *command)
+    {
+        mInterfacesChanged = true;
+        return shell(QString::fromLatin1(command));
+    }
+
+private Q_SLOTS:
+    void cleanup()
+    {
+        if (mInterfacesChanged)
+            QCOMPARE(shell(QFINDTESTDATA("set_up_interfaces")), QString());
+        mInterfacesChanged = false;
+    }
+
+    void everyCanInterfaceIsListed()
+    {
+        if (!hasControllers())
+            QSKIP("no controllers");
+        const QStringList names = namesOfTheKernel();
+        QCOMPARE(names.size(), 4);
+        QTRY_COMPARE_WITH_TIMEOUT(SocketCanAdapter::getDeviceList({}), names, WaitMs);
+        QCOMPARE(SocketCanAdapter::getDeviceList({peak}), QStringList());
+        QCOMPARE(SocketCanAdapter::getDeviceList({AbstractCanAdapter::CanAdapterTypeSocketCan}), QStringList());
+    }
+
+    void linksOfOtherKindsAreNotListed()
+    {
+        QCOMPARE(change("ip link add br0 type bridge && ip link add veth0 type veth peer name veth1"
+                        " && ip link set veth0 master br0 && ip link add dummy0 type dummy"
+                        " && ip link property add dev vcan0 altname engine"
+                        " && ip link set vcan1 down && ip link set vcan1 name body"),
+                 QString());
+        QStringList names;
+        QTRY_VERIFY_WITH_TIMEOUT((names = SocketCanAdapter::getDeviceList({})).contains(QStringLiteral("body")),
+                                 WaitMs);
+        QCOMPARE(change("ip link del br0; ip link del veth0; ip link del dummy0"), QString());
+        QCOMPARE(names.filter(QRegularExpression(QStringLiteral("br0|veth|dummy|engine"))), QStringList());
+        QVERIFY(names.contains(QStringLiteral("vcan0")));
+    }
+
+    void linkWithAPeerIsListedAsTheProgramNamesIt()
+    {
+        QCOMPARE(change("ip link add dev left type vxcan peer name right"), QString());
+        QTRY_VERIFY_WITH_TIMEOUT(SocketCanAdapter::getDeviceList({}).contains(QStringLiteral("left@right")), WaitMs);
+        QTRY_VERIFY_WITH_TIMEOUT(SocketCanAdapter::getDeviceList({}).contains(QStringLiteral("right@left")), WaitMs);
+    }
+
+    void withoutCanInterfacesTheUsualNamesAreGiven()
+    {
+        const StandIn standIn("echo '1: lo: <LOOPBACK>'; echo '    link/loopback'; exit 1\n");
+        QCOMPARE(SocketCanAdapter::getDeviceList({}), usualNames);
+        QCOMPARE(SocketCanAdapter::getDeviceList({peak}), QStringList());
+    }
+
+    void controllerTellsItsRates()
+    {
+        if (!hasControllers())
+            QSKIP("no controllers");
+        QTRY_COMPARE_WITH_TIMEOUT(numbersOf("can0"), (QVector<int>{0, 500, 0, 100}), WaitMs);
+        QTRY_COMPARE_WITH_TIMEOUT(numbersOf(" can0 | PEAK"), (QVector<int>{0, 500, 0, 100}), WaitMs);
+        QTRY_COMPARE_WITH_TIMEOUT(rateOf("can0"), QStringLiteral("500"), WaitMs);
+        QCOMPARE(change("ip link set can0 down"), QString());
+        QTRY_COMPARE_WITH_TIMEOUT(numbersOf("can0"), (QVector<int>{0, 500, 0, 100}), WaitMs);
+        QCOMPARE(change("ip link set can0 type can bitrate 83333 restart-ms 0"), QString());
+        QTRY_COMPARE_WITH_TIMEOUT(numbersOf("can0"), (QVector<int>{0, 83, 0, 0}), WaitMs);
+        QTRY_COMPARE_WITH_TIMEOUT(rateOf("can0"), QStringLiteral("83"), WaitMs);
+        QCOMPARE(change("ip link set can0 type can bitrate 125000 restart-ms 1500 && ip link set can0 up"), QString());
+        QTRY_COMPARE_WITH_TIMEOUT(numbersOf("can0"), (QVector<int>{0, 125, 0, 1500}), WaitMs);
+    }
+
+    void virtualInterfaceTellsCanFdAndNoRates()
+    {
+        QTRY_COMPARE_WITH_TIMEOUT(numbersOf("vcan0"), (QVector<int>{1, 0, 0, 0}), WaitMs);
+        QCOMPARE(rateOf("vcan0"), QString());
+        QCOMPARE(change("ip link set vcan0 down && ip link set vcan0 mtu 16"), QString());
+        QCOMPARE(numbersOf("vcan0"), (QVector<int>{0, 0, 0, 0}));
+    }
+
+    void otherInterfacesTellNothing()
+    {
+        QCOMPARE(numbersOf("lo"), (QVector<int>{0, 0, 0, 0}));
+        QCOMPARE(numbersOf("nothing0"), (QVector<int>{0, 0, 0, 0}));
+        QCOMPARE(rateOf("nothing0"), QString());
+    }
+
+    void programIsRunWithItsArgumentsAndItsMakersAreTold()
+    {
+        const QTemporaryDir folder;
+        const QString log = folder.filePath(QStringLiteral("log"));
+        const StandIn standIn("echo \"$*\" >>" + log.toUtf8() + R"(
+case $* in
+"-det -p link") printf '3: can0: <>\n    link/can \n4: can1: <>\n    link/can \n5: can2: <>\n    link/can \n' ;;
+"-d link show can0") echo 'pcan_usb_fd: tseg1 1..256' ;;
+"-d link show can1") echo 'PCAN' ;;
+"-d link show can2") echo 'ixxat_usb systec_can' ;;
+"-det link show can0") printf 'restart-ms 100 \n bitrate 500000 sample-point 0.875\n dbitrate 2000000 dsample-point 0.75' ;;
+esac
+)");
+        const QString can0 = QStringLiteral("can0 | PEAK");
+        const QString can2 = QStringLiteral("can2 | SysTec");
+        QCOMPARE(SocketCanAdapter::getDeviceList({}), (QStringList{can0, QStringLiteral("can1"), can2}));
+        QCOMPARE(SocketCanAdapter::getDeviceList({peak}), QStringList{can0});
+        QCOMPARE(numbersOf("can0 | PEAK"), (QVector<int>{1, 500, 2000, 100}));
+        QCOMPARE(rateOf("can0 | PEAK"), QStringLiteral("500"));
+        QFile file(log);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArrayList listing{"-det -p link", "-d link show can0", "-d link show can1", "-d link show can2"};
+        const QByteArrayList one{"-det link show can0", "-det link show can0"};
+        QCOMPARE(file.readAll().trimmed().split('\n'), listing + listing + one);
+    }
+
+    void hangingProgramIsGivenUpAndEnded()
+    {
+        const QTemporaryDir folder;
+        const QString number = folder.filePath(QStringLiteral("number"));
+        const StandIn standIn("echo $$ >" + number.toUtf8()
+                              + "; echo 'bitrate 250000 sample-point'; exec sleep 3000\n");
+        const LogRecorder log;
+        QElapsedTimer timer;
+        timer.start();
+        QCOMPARE(rateOf("can0"), QStringLiteral("250")); // What came before the time was over counts.
+        QVERIFY(timer.elapsed() >= 1000);
+        QVERIFY(timer.elapsed() < 60000);
+        QFile file(number);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const auto process = static_cast<pid_t>(file.readAll().trimmed().toInt());
+        QVERIFY(process > 0);
+        QCOMPARE(::kill(process, 0), -1);
+        QVERIFY(log.records().isEmpty());
+    }
+
+    void programThatCannotBeStartedIsSilent()
+    {
+        const StandIn standIn("", false);
+        const LogRecorder log;
+        const StderrRecorder errors;
+        QCOMPARE(SocketCanAdapter::getDeviceList({}), usualNames);
+        QCOMPARE(SocketCanAdapter::getDeviceList({peak}), QStringList());
+        QCOMPARE(numbersOf("can0"), (QVector<int>{0, 0, 0, 0}));
+        QCOMPARE(rateOf("can0"), QString());
+        QVERIFY(log.records().isEmpty());
+        QCOMPARE(errors.text(), QByteArray());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestSocketCanDiscovery)
+#include "tst_socketcan_discovery.moc"

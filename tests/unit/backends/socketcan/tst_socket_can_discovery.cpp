@@ -1,0 +1,186 @@
+// SPDX-License-Identifier: MIT
+// How the program that knows the interfaces is run, and what is made of what it prints.
+#include <BusLinkDesk/backends/socketcan/ip_program_p.h>
+#include <BusLinkDesk/backends/socketcan/socket_can_adapter.h>
+
+#include "support/log_recorder.h"
+#include "support/stderr_recorder.h"
+
+#include <QtTest/QtTest>
+
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <thread>
+
+namespace {
+
+using Types = QList<AbstractCanAdapter::CanAdapterType>;
+
+/// What the stand-in for the program prints, by its arguments; null leaves the calls to the program.
+QMap<QString, QString> *answers = nullptr;
+QStringList asked;
+
+constexpr int WaitMs = 60000;
+
+/// What a script prints within the second that it gets. On a loaded machine that may be too little even for
+/// the start of the shell, so what is expected to come is waited for through several calls.
+QString shell(const char *script)
+{
+    return buslink::outputOfProgram(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), QString::fromUtf8(script)});
+}
+
+const QString listArguments = QStringLiteral("-det -p link");
+const QString canLink = QStringLiteral("3: can0: <NOARP,ECHO> mtu 16 ...\n    link/can  promiscuity 0\n");
+
+} // namespace
+
+// The linker sends the library's calls here.
+// NOLINTBEGIN(bugprone-reserved-identifier)
+QString realOutputOfIp(const QStringList &arguments) __asm__("__real__ZN7buslink10outputOfIpERK11QStringList");
+QString wrappedOutputOfIp(const QStringList &arguments) __asm__("__wrap__ZN7buslink10outputOfIpERK11QStringList");
+// NOLINTEND(bugprone-reserved-identifier)
+
+QString wrappedOutputOfIp(const QStringList &arguments)
+{
+    if (!answers)
+        return realOutputOfIp(arguments);
+    asked.append(arguments.join(QLatin1Char(' ')));
+    return answers->value(asked.constLast());
+}
+
+class TestSocketCanDiscovery : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void cleanup()
+    {
+        answers = nullptr;
+        asked.clear();
+    }
+
+    void listIsMadeOfTheListingAndTheDetailsOfEachLink()
+    {
+        QMap<QString, QString> texts{
+            {listArguments, canLink + QStringLiteral("4: can1: <>\n link/can\n5: can2: <>\n link/can\n")},
+            {QStringLiteral("-d link show can1"), QStringLiteral("pcan_usb: tseg1")},
+            {QStringLiteral("-d link show can2"), QStringLiteral("systec and pcan")}};
+        answers = &texts;
+        QCOMPARE(SocketCanAdapter::getDeviceList({}),
+                 (QStringList{QStringLiteral("can0"), QStringLiteral("can1 | PEAK"), QStringLiteral("can2 | SysTec")}));
+        QCOMPARE(asked, (QStringList{listArguments, QStringLiteral("-d link show can0"),
+                                     QStringLiteral("-d link show can1"), QStringLiteral("-d link show can2")}));
+        QCOMPARE(SocketCanAdapter::getDeviceList({AbstractCanAdapter::CanAdapterType(16)}),
+                 QStringList{QStringLiteral("can1 | PEAK")});
+        QCOMPARE(SocketCanAdapter::getDeviceList({AbstractCanAdapter::CanAdapterTypeSocketCan}), QStringList());
+    }
+
+    void silentProgramGivesTheUsualNamesUnlessAFilterIsSet()
+    {
+        QMap<QString, QString> texts;
+        answers = &texts;
+        QCOMPARE(SocketCanAdapter::getDeviceList({}).join(QLatin1Char(' ')),
+                 QStringLiteral("can0 can1 can2 vcan0 vcan1 vcan2"));
+        QCOMPARE(SocketCanAdapter::getDeviceList({AbstractCanAdapter::CanAdapterType(7)}), QStringList());
+        QCOMPARE(asked, (QStringList{listArguments, listArguments}));
+    }
+
+    void propertiesAreThoseOfTheInterfaceBeforeTheLabel()
+    {
+        QMap<QString, QString> texts{{QStringLiteral("-det link show can0"),
+                                      QStringLiteral("restart-ms 100 \n bitrate 500000 sample-point 0.875\n"
+                                                     " dbitrate 2000000 dsample-point 0.75\n")}};
+        answers = &texts;
+        const AbstractCanAdapter::SocketCANProps props =
+            SocketCanAdapter::getSocketCanProps(QStringLiteral(" can0 | PEAK"));
+        QCOMPARE(props.isFd, true);
+        QCOMPARE(props.bitrate, quint16(500));
+        QCOMPARE(props.dbitrate, quint16(2000));
+        QCOMPARE(props.restartMs, quint16(100));
+        QCOMPARE(SocketCanAdapter::getBitrateOfDevice(QStringLiteral("can0 | PEAK")), QStringLiteral("500"));
+        QCOMPARE(asked, (QStringList{QStringLiteral("-det link show can0"), QStringLiteral("-det link show can0")}));
+    }
+
+    void interfaceWithoutRatesHasNone()
+    {
+        QMap<QString, QString> texts{{QStringLiteral("-det link show vcan0"), QStringLiteral("mtu 16 link/can vcan")}};
+        answers = &texts;
+        const auto props = SocketCanAdapter::getSocketCanProps(QStringLiteral("vcan0"));
+        QCOMPARE(props.isFd, false);
+        QCOMPARE(props.bitrate, quint16(0));
+        QCOMPARE(props.dbitrate, quint16(0));
+        QCOMPARE(props.restartMs, quint16(0));
+        QCOMPARE(SocketCanAdapter::getBitrateOfDevice(QStringLiteral("vcan0")), QString());
+    }
+
+    void realProgramAnswersSilently()
+    {
+        const LogRecorder log;
+        const StderrRecorder errors;
+        const QStringList arguments{QStringLiteral("link"), QStringLiteral("show"), QStringLiteral("lo")};
+        QTRY_VERIFY_WITH_TIMEOUT(buslink::outputOfIp(arguments).contains(QLatin1String("link/loopback")), WaitMs);
+        QVERIFY(!SocketCanAdapter::getDeviceList({}).isEmpty());
+        QCOMPARE(SocketCanAdapter::getDeviceList({AbstractCanAdapter::CanAdapterTypeSocketCan}), QStringList());
+        QCOMPARE(SocketCanAdapter::getSocketCanProps(QStringLiteral("lo")).bitrate, quint16(0));
+        QCOMPARE(SocketCanAdapter::getBitrateOfDevice(QStringLiteral("no-such-link")), QString());
+        QVERIFY(log.records().isEmpty());
+        QCOMPARE(errors.text(), QByteArray());
+    }
+
+    void outputIsTakenWhateverTheProgramEndsWith()
+    {
+        QTRY_COMPARE_WITH_TIMEOUT(shell("echo out; echo err >&2; exit 3"), QStringLiteral("out\n"), WaitMs);
+        QTRY_COMPARE_WITH_TIMEOUT(shell("printf 'one\\000two'"), QStringLiteral("one"), WaitMs);
+        QTRY_COMPARE_WITH_TIMEOUT(shell("printf 'caf\\303\\251'"), QString::fromUtf8("caf\u00e9"), WaitMs);
+        QCOMPARE(shell("cat"), QString()); // Standard input stays open, so this one is given up.
+        QCOMPARE(shell("kill -9 $$"), QString());
+    }
+
+    void missingProgramPrintsNothingAndIsNotLogged()
+    {
+        const LogRecorder log;
+        const StderrRecorder errors;
+        QCOMPARE(buslink::outputOfProgram(QStringLiteral("/nowhere/ip"), {}), QString());
+        QVERIFY(log.records().isEmpty());
+        QCOMPARE(errors.text(), QByteArray());
+    }
+
+    void hangingProgramIsGivenUpAndEnded()
+    {
+        const LogRecorder log;
+        QElapsedTimer timer;
+        timer.start();
+        QString output;
+        do
+            output = shell("echo $$; exec sleep 600");
+        while (output.isEmpty() && timer.elapsed() < WaitMs);
+        QVERIFY(timer.elapsed() < WaitMs);
+        QVERIFY(output.endsWith(QLatin1Char('\n')));
+        const auto process = static_cast<pid_t>(output.trimmed().toInt());
+        QVERIFY(process > 0);
+        QCOMPARE(::kill(process, 0), -1);
+        QVERIFY(log.records().isEmpty());
+    }
+
+    void programsRunOnSeveralThreadsAtOnce()
+    {
+        std::array<std::thread, 4> threads;
+        std::atomic<int> good = 0;
+        for (std::thread &thread : threads)
+            thread = std::thread([&good] {
+                QElapsedTimer timer;
+                timer.start();
+                bool seen = false;
+                while (!seen && timer.elapsed() < WaitMs)
+                    seen = shell("echo x") == QLatin1String("x\n");
+                good += seen ? 1 : 0;
+            });
+        for (std::thread &thread : threads)
+            thread.join();
+        QCOMPARE(good.load(), 4);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestSocketCanDiscovery)
+#include "tst_socket_can_discovery.moc"
