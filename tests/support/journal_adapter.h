@@ -44,10 +44,16 @@ public:
     {
         note("prepareToTerminate");
         mRunningFlag.exchange(false);
+        // A copy, since the adapter may be gone afterwards.
+        const std::function<void()> call = onPrepareToTerminate;
+        if (call)
+            call();
     }
 
     /// Called by open, on the caller's thread.
     std::function<void()> onOpen;
+    /// Called last by prepareToTerminate, on the caller's thread.
+    std::function<void()> onPrepareToTerminate;
     /// What open returns.
     CAN::RetType openResult = CAN::RetOk;
     /// Whether open starts the thread, as the back ends with a receive loop do.

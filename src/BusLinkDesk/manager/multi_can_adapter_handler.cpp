@@ -3,6 +3,8 @@
 
 #include <BusLinkDesk/manager/adapter_set_p.h>
 
+#include <QtCore/QDeadlineTimer>
+
 #include <iterator>
 #include <limits>
 
@@ -15,13 +17,24 @@ void storeId(AbstractCanAdapter &adapter, unsigned short id)
     adapter.setCanAdapterOption(AbstractCanAdapter::option_uniqueId, id);
 }
 
-// The adapter's virtual operations must still be there while its thread ends, so waiting cannot be left
-// to a destructor.
-void stopAndDelete(AbstractCanAdapter *adapter)
+// A receive loop sets its own flag when it begins, and a stop before that is not heard. Where an open was
+// only just made, the stop waits for it; bounded, since not every thread has such a flag.
+void waitForTheLoopToBegin(const AbstractCanAdapter &adapter)
 {
+    const QDeadlineTimer deadline(1000);
+    while (adapter.isRunning() && !adapter.getRunning() && !deadline.hasExpired())
+        QThread::msleep(1);
+}
+
+// The adapter's virtual operations must still be there while its thread ends, so waiting cannot be left
+// to a destructor. The state that it announces meanwhile may lead a receiver to remove or replace it.
+void stopAndDelete(const QPointer<AbstractCanAdapter> &adapter)
+{
+    waitForTheLoopToBegin(*adapter);
     adapter->prepareToTerminate();
-    adapter->wait();
-    delete adapter;
+    if (adapter)
+        adapter->wait();
+    delete adapter.data();
 }
 
 } // namespace
@@ -74,13 +87,20 @@ void MultiCanAdapterHandler::updateAdapter(unsigned short id, AbstractCanAdapter
     Q_EMIT adapterMapChanged();
 }
 
+// Not one that was put there while the old adapter was being stopped.
+void MultiCanAdapterHandler::dropDeadEntry(unsigned short id)
+{
+    if (!getAdapter(id))
+        mAdapters.remove(id);
+}
+
 void MultiCanAdapterHandler::removeAdapter(unsigned short id)
 {
     AbstractCanAdapter *adapter = getAdapter(id);
     const bool wasPrimary = adapter && adapter->isPrimaryAdapter();
     if (adapter)
-        stopAndDelete(adapter);
-    mAdapters.remove(id);
+        stopAndDelete(QPointer<AbstractCanAdapter>(adapter));
+    dropDeadEntry(id);
     if (wasPrimary) {
         AbstractCanAdapter *heir = buslink::firstLive(mAdapters, [](AbstractCanAdapter &) { return true; });
         if (heir)
@@ -102,8 +122,8 @@ void MultiCanAdapterHandler::removeAllAdapters()
     const QList<unsigned short> ids = mAdapters.keys();
     for (const unsigned short id : ids) {
         if (AbstractCanAdapter *adapter = getAdapter(id))
-            stopAndDelete(adapter);
-        mAdapters.remove(id);
+            stopAndDelete(QPointer<AbstractCanAdapter>(adapter));
+        dropDeadEntry(id);
         Q_EMIT adapterRemoved(id);
     }
     Q_EMIT adapterMapChanged();

@@ -13,15 +13,17 @@
 /// The adapters of one application, each under a 16-bit identifier, with their active and primary roles.
 ///
 /// An identifier is the key in the map, the adapter's `option_uniqueId` and its place in the list that
-/// an application shows: an index counts the identifiers in ascending order. Generated ones start at 1.
-/// 0 is what operations return when nothing was added or moved.
+/// an application shows: an index counts the identifiers in ascending order. Generated ones start at 1;
+/// only when 1 to 65535 are all taken is 0 the next. 0 is also what operations return when nothing was
+/// added or moved.
 ///
 /// An adapter in the set belongs to the set: `removeAdapter`, `removeAdapterAt` and `removeAllAdapters`
-/// stop and delete it. The destructor does not, so call `removeAllAdapters()` before.
+/// stop and delete it; `updateAdapter` deletes the one it replaces without stopping it. The destructor
+/// does neither, so call `removeAllAdapters()` before.
 ///
 /// Delete adapters only through this class. One that was deleted all the same leaves an entry without an
-/// adapter: it counts in `getAdapterCount` and keeps its identifier taken until it is removed, and
-/// everything that walks the set steps over it.
+/// adapter: it counts in `getAdapterCount` and keeps its identifier taken until it is removed or
+/// replaced, and everything that walks the set steps over it.
 ///
 /// The roles are the adapters' own `option_activeAdapter` and `option_primaryAdapter`. They open and
 /// close nothing by themselves; `toggleConnection` looks at them.
@@ -61,10 +63,10 @@ public:
     /// *Kept on purpose:* the old adapter is not stopped here: end its thread before. Roles are not
     /// handed over, and `adapterRemoved` is not emitted.
     void updateAdapter(unsigned short id, AbstractCanAdapter *adapter);
-    /// Stops the adapter, deletes it and removes its entry. If it was the primary one, the live adapter
-    /// with the lowest identifier becomes primary and active.
-    /// *Blocks:* until the adapter's thread has ended, without limit.
-    /// *Kept on purpose:* emits `adapterRemoved` for an unknown identifier too, and never
+    /// Stops the adapter, deletes it and removes its entry; one that was only just opened is given up to a
+    /// second to begin its loop first, since it does not hear a stop before. If it was the primary one, the live
+    /// adapter with the lowest identifier becomes primary and active. *Blocks:* until the adapter's thread has ended,
+    /// without limit. *Kept on purpose:* emits `adapterRemoved` for an unknown identifier too, and never
     /// `adapterMapChanged`.
     void removeAdapter(unsigned short id);
     /// Removes the adapter at an index as `removeAdapter` does, by the identifier that the adapter has.
@@ -148,5 +150,7 @@ Q_SIGNALS:
     void interfaceColorsChanged();
 
 private:
+    Q_DECL_HIDDEN void dropDeadEntry(unsigned short id);
+
     QMap<unsigned short, QPointer<AbstractCanAdapter>> mAdapters;
 };

@@ -99,6 +99,16 @@ private Q_SLOTS:
         QCOMPARE(udpSocketsOnPort(mPort), 0);
     }
 
+    void adapterThatWasOnlyJustOpenedIsRemoved()
+    {
+        for (int pass = 0; pass < 20; ++pass) {
+            mHandler->toggleConnection(true);
+            mHandler->removeAllAdapters();
+            QCOMPARE(udpSocketsOnPort(mPort), 0);
+            QCOMPARE(mHandler->addNewCanAdapter(makeAdapter(mPort)), static_cast<unsigned short>(1));
+        }
+    }
+
     void destroyedHandlerLeavesTheAdaptersOnTheBus()
     {
         connectBoth();

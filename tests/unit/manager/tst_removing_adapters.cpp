@@ -40,6 +40,28 @@ private Q_SLOTS:
         QCOMPARE(set.rows(), QStringList());
     }
 
+    void adapterThatGoesWhileItIsStoppedIsNotTouchedAgain_data()
+    {
+        QTest::addColumn<Remove>("meanwhile");
+        QTest::newRow("removed") << Remove([](MultiCanAdapterHandler &handler) { handler.removeAdapter(1); });
+        QTest::newRow("all removed") << Remove([](MultiCanAdapterHandler &handler) { handler.removeAllAdapters(); });
+        QTest::newRow("replaced") << Remove(
+            [](MultiCanAdapterHandler &handler) { handler.updateAdapter(1, new FakeAdapter); });
+    }
+    void adapterThatGoesWhileItIsStoppedIsNotTouchedAgain()
+    {
+        QFETCH(Remove, meanwhile);
+        SetUnderTest set;
+        QPointer<JournalAdapter> adapter = set.add("a");
+        adapter->onPrepareToTerminate = [&set, meanwhile, once = std::make_shared<bool>(true)] {
+            if (std::exchange(*once, false))
+                meanwhile(set.handler);
+        };
+        set.handler.removeAdapter(1);
+        QVERIFY(adapter.isNull());
+        QCOMPARE(set.events().count(QStringLiteral("a deleted")), 1);
+    }
+
     void adapterThatWasNeverOpenedIsStoppedInTheSameOrder()
     {
         SetUnderTest set;
