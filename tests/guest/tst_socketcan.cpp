@@ -159,7 +159,7 @@ private Q_SLOTS:
         dump.start(QStringLiteral("candump"),
                    {QStringLiteral("-x"), QStringLiteral("-n"), QStringLiteral("4"), QStringLiteral("vcan0")});
         QTRY_VERIFY_WITH_TIMEOUT(
-            shell(QStringLiteral("cat /proc/net/can/rcvlist_all")).contains(QLatin1String("vcan0")), WaitMs);
+            shell(QStringLiteral("cat /proc/net/can/rcvlist_all")).contains(QLatin1String(" vcan0 ")), WaitMs);
         const Adapter adapter = makeAdapter("vcan0", true);
         const FrameRecorder frames(adapter.get());
         QVERIFY(openAndRun(adapter));

@@ -40,8 +40,9 @@ struct BUSLINKDESK_EXPORT CANBitTimingParameter
     QString toString() const;
 };
 
-/// Limits of one CAN controller for the bit-timing calculator. 0xFFFF in `tSeg1Max`, `tSeg2Min`,
-/// `tSeg2Max` or `sjwMax` means that the caller sets no limit.
+/// Limits of one CAN controller for the bit-timing calculator. 0xFFFF means that the caller sets none, and
+/// the widest is in force: `tSeg1Max` 256 (data phase 32), `tSeg2Max` 128 (16), `tSeg2Min` 1, and as
+/// `sjwMax` the `tSeg2Max` in force.
 struct BUSLINKDESK_EXPORT CANBitTimingThresholds
 {
     quint16 thresholdWord = 8; ///< Carried with the record; the calculator does not look at it.

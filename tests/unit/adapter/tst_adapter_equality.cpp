@@ -21,11 +21,11 @@ constexpr int TypeSerialFamily = 13;
 constexpr int TypePeakFamily = 16;
 constexpr int TypeSystecFamily = 21;
 
-// Two adapters, each made in memory that held something else before.
+// Two adapters, each made in memory that nobody has given a value before, so that memcheck sees what they leave.
 struct Pair
 {
-    std::unique_ptr<FakeAdapter> left = std::make_unique<FakeAdapter>();
-    std::unique_ptr<FakeAdapter> right = std::make_unique<FakeAdapter>();
+    std::unique_ptr<FakeAdapter> left = std::make_unique_for_overwrite<FakeAdapter>();
+    std::unique_ptr<FakeAdapter> right = std::make_unique_for_overwrite<FakeAdapter>();
 
     void setBoth(A::AdapterOption option, const QVariant &value)
     {

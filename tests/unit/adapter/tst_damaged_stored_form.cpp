@@ -108,6 +108,8 @@ private Q_SLOTS:
     void countsBeyondTheDataTakeNoMemory_data();
     void countsBeyondTheDataTakeNoMemory();
     void deeplyNestedValuesEndTheRestoring();
+    void damagedMapKeyEndsTheRestoring_data();
+    void damagedMapKeyEndsTheRestoring();
 };
 
 void TestDamagedStoredForm::watchSeesLargeAllocations()
@@ -244,6 +246,23 @@ void TestDamagedStoredForm::deeplyNestedValuesEndTheRestoring()
         adapter.setValuesFromByteArray(hex(FullForm[0]) + hex(level).repeated(1000000) + hex(FullForm[2]));
         QCOMPARE(allOptions(adapter), wanted);
     }
+}
+
+void TestDamagedStoredForm::damagedMapKeyEndsTheRestoring_data()
+{
+    QTest::addColumn<QByteArray>("value");
+    QTest::newRow("map") << hex("00000008 00 00000001 00000003 00000002 00 00000007");
+    QTest::newRow("hash") << hex("0000001C 00 00000001 00000003 00000002 00 00000007");
+}
+
+void TestDamagedStoredForm::damagedMapKeyEndsTheRestoring()
+{
+    QFETCH(QByteArray, value);
+    FakeAdapter adapter;
+    QStringList wanted = allOptions(adapter);
+    adapter.setValuesFromByteArray(hex(FullForm[0]) + value + hex(FullForm[2]));
+    wanted[A::option_CANFD] = valuesOfFullForm()[A::option_CANFD];
+    QCOMPARE(allOptions(adapter), wanted);
 }
 
 QTEST_GUILESS_MAIN(TestDamagedStoredForm)
