@@ -237,7 +237,7 @@ int __wrap_close(int descriptor)
     if (!fake)
         return __real_close(descriptor);
     fake->closed(descriptor);
-    const bool refused = fake->refuses(callText("close()"), true);
+    const bool refused = fake->refuses(QStringLiteral("close()"), true);
     const int error = errno;
     __real_close(descriptor);
     errno = error;
@@ -282,7 +282,7 @@ int __wrap_getsockopt(int descriptor, int level, int option, void *value, sockle
     FakeCanSockets *const fake = fakeFor(descriptor);
     if (!fake)
         return __real_getsockopt(descriptor, level, option, value, length);
-    if (fake->refuses(optionText("getsockopt", level, option, *length) + callText(")"), true))
+    if (fake->refuses(optionText("getsockopt", level, option, *length) + QLatin1Char(')'), true))
         return -1;
     const int number = 425984;
     std::memcpy(value, &number, sizeof number);
