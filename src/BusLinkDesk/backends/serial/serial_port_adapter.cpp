@@ -7,11 +7,11 @@
 #include <QtCore/QDebug>
 #include <QtCore/QMetaEnum>
 #include <QtCore/QSemaphore>
+#include <QtCore/QSharedPointer>
 #include <QtCore/QThreadPool>
 #include <QtSerialPort/QSerialPortInfo>
 
 #include <atomic>
-#include <memory>
 #include <utility>
 
 using buslink::relaxedLoad;
@@ -221,7 +221,7 @@ bool serialPortAdapter::connectPort()
 
 bool serialPortAdapter::disconnectPort()
 {
-    const auto linesTakenAway = std::make_shared<QSemaphore>();
+    const auto linesTakenAway = QSharedPointer<QSemaphore>::create();
     {
         const QMutexLocker lock(&mTransmitMutex);
         if (!mPort)

@@ -89,7 +89,7 @@ public:
     /// Returns 0; there is no view of the queues.
     int getRxQueueCount();
     /// Returns false: the rate is set in the device.
-    bool isBaudrateChangeable();
+    static bool isBaudrateChangeable();
     /// Returns the names of all serial ports of the machine, sorted without regard to case. *Thread:* any.
     static QStringList getDeviceList();
     /// Returns the names of all serial ports of the machine, each with 0. *Thread:* any.

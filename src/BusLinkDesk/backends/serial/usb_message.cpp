@@ -68,11 +68,13 @@ void restoreHighBits(QByteArray &buffer, int lengthByte)
     for (int i = 0; i < extraBytes; ++i)
         extra[static_cast<std::size_t>(i)] = byteAt(buffer, firstExtraByte + i);
 
-    const int positions = BitsPerExtraByte * extraBytes;
-    if (buffer.size() <= positions)
-        buffer.append(positions + 1 - buffer.size(), '\0');
+    // Only behind a message that ends the buffer: bytes put behind the beginning of a next one would
+    // damage it.
+    const int last = BitsPerExtraByte * extraBytes;
+    if (buffer.size() == lengthByte + 1 && buffer.size() <= last)
+        buffer.append(last + 1 - buffer.size(), '\0');
     char *const bytes = buffer.data();
-    for (int i = 0; i < positions; ++i) {
+    for (int i = 0; i < std::min(last, buffer.size() - 1); ++i) {
         const quint8 bit = extra[static_cast<std::size_t>(i / BitsPerExtraByte)] >> (i % BitsPerExtraByte) & 1U;
         bytes[i + 1] = static_cast<char>(static_cast<quint8>(bytes[i + 1]) | bit << 7);
     }
@@ -117,17 +119,18 @@ UsbMessage encodeUsbMessage(const CAN::CanMessage &message)
     for (int i = 0; i < payload; ++i)
         append(message.data[i]);
 
+    char *const bytes = wire.bytes.data();
     const int logicalSize = wire.size;
     wire.size += extraBytesFor(logicalSize - 1);
     for (int i = 0; i < logicalSize - 1; ++i) {
-        char &byte = wire.bytes[static_cast<std::size_t>(1 + i)];
-        char &extra = wire.bytes[static_cast<std::size_t>(logicalSize + i / BitsPerExtraByte)];
+        char &byte = bytes[1 + i];
+        char &extra = bytes[logicalSize + i / BitsPerExtraByte];
         if (static_cast<quint8>(byte) & StartMark)
             extra = static_cast<char>(extra | 1 << (i % BitsPerExtraByte));
         byte = static_cast<char>(byte & LowBits);
     }
-    wire.bytes[0] = static_cast<char>(StartMark | wire.size);
-    append(checksumOf(wire.bytes.data(), wire.size));
+    bytes[0] = static_cast<char>(StartMark | wire.size);
+    append(checksumOf(bytes, wire.size));
     return wire;
 }
 

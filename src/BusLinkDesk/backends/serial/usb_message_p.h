@@ -51,7 +51,7 @@ struct UsbDecodeStep
 /// removes what the result tells; the buffer changes only where the bits 7 of a whole message are put back.
 ///
 /// *Kept on purpose:* they are put back over a fixed count of bytes, for which the buffer grows by up to
-/// five zero bytes if nothing follows the message. Nothing checks that a payload ends within its message;
+/// five zero bytes if the message ends it. Nothing checks that a payload ends within its message;
 /// what lies behind the end of the buffer reads as 0. A message of an unknown type stays.
 UsbDecodeStep decodeUsbMessage(QByteArray &buffer, CAN::CanMessage &message);
 
