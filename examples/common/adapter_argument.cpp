@@ -3,11 +3,14 @@
 
 #include "common/number_argument.h"
 
+#include <BusLinkDesk/backends/socketcan/socket_can_adapter.h>
 #include <BusLinkDesk/backends/virtual/demo_can_adapter.h>
 
 #include <QtCore/QStringList>
 
+#include <algorithm>
 #include <array>
+#include <net/if.h>
 #include <optional>
 
 namespace buslink {
@@ -39,8 +42,33 @@ void createVirtual(const QString &parameter, AdapterArgument &result)
     result.adapter = std::move(adapter);
 }
 
+// Names that no interface can have must not reach the adapter, which ends the process for them.
+bool canNameAnInterface(const QString &name)
+{
+    const int bytes = name.toLocal8Bit().size();
+    return bytes > 0 && bytes < IFNAMSIZ
+           && std::none_of(name.begin(), name.end(), [](QChar character) { return character.isSpace(); });
+}
+
+void createSocketCan(const QString &parameter, AdapterArgument &result)
+{
+    const QString name = parameter.section(QLatin1Char('|'), 0, 0).simplified();
+    if (!canNameAnInterface(name)) {
+        result.error = QStringLiteral("'%1' is no interface name, which has 1 to %2 bytes and no blank within")
+                           .arg(name, QString::number(IFNAMSIZ - 1));
+        return;
+    }
+    // With an empty label, since the adapter takes a name of one character for "can0".
+    auto adapter = std::make_unique<SocketCanAdapter>(name + QLatin1Char('|'));
+    // This loop delivers classic frames as well, while the other one would cut CAN FD frames.
+    adapter->setCanAdapterOption(AbstractCanAdapter::option_CANFD, true);
+    result.name = name.toStdString();
+    result.adapter = std::move(adapter);
+}
+
 constexpr std::array adapterKinds = {
     AdapterKind{"virtual", "virtual[:port]", createVirtual},
+    AdapterKind{"socketcan", "socketcan:interface", createSocketCan},
 };
 
 QString knownForms()

@@ -34,7 +34,7 @@ public:
     }
     bool open(AbstractCanAdapter *adapter) override
     {
-        return adapter->open() == CAN::RetOk && QTest::qWaitFor([adapter] { return adapter->getRunning(); }, 20000);
+        return adapter->open() == CAN::RetOk && QTest::qWaitFor([adapter] { return adapter->getRunning(); }, 60000);
     }
 
 private:

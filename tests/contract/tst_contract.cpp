@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int WaitMs = 8000;
+constexpr int WaitMs = 60000;
 using Adapter = AdapterPointer<AbstractCanAdapter>;
 
 } // namespace

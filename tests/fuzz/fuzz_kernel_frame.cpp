@@ -66,7 +66,9 @@ void requireFdOrClassic(const KernelFrame &frame, qint64 size)
     require(message.isFd == (size == 72));
     require(message.isFd || (!message.isBrs && !message.isEsi));
     require(!message.isFd || !message.isRtr);
-    requireValid(message, message.isFd ? CANFD_MAX_DLEN : CAN_MAX_DLEN);
+    requireValid(message, message.isRtr ? 255 : CANFD_MAX_DLEN);
+    if (!message.isFd && !message.isRtr && message.length > CAN_MAX_DLEN)
+        return; // Holds more than the frame that would go out.
     CAN::CanMessage again = usedRecord();
     const KernelFrame out =
         message.isFd ? bytesOf(buslink::fdFrameOf(message)) : bytesOf(buslink::classicFrameOf(message));

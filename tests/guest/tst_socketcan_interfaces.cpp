@@ -170,6 +170,33 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(frames.count(), received + 1, WaitMs);
     }
 
+    void openingAgainWhileTheLoopRunsMovesItToTheNewSocket_data() { addLoops(); }
+    void openingAgainWhileTheLoopRunsMovesItToTheNewSocket()
+    {
+        QFETCH(bool, canFd);
+        const RawCanSocket peer("vcan0");
+        const Adapter adapter = makeAdapter("vcan0", canFd);
+        const FrameRecorder frames(adapter.get());
+        QSignalSpy errors(adapter.get(), &AbstractCanAdapter::interfaceError);
+        QVERIFY(openAndRun(adapter));
+        const int before = openDescriptors();
+        for (quint32 pass = 1; pass <= 20; ++pass) {
+            QCOMPARE(adapter->open(), CAN::RetOk);
+            // The socket before may deliver it as well, while the loop's last pass with it is on.
+            QVERIFY(peer.send(classicBytes(pass, 0, {})));
+            QTRY_VERIFY_WITH_TIMEOUT(frames.count() > 0 && frames.frames().constLast().message.id == pass, WaitMs);
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(openDescriptors(), before, WaitMs);
+        QVERIFY(peer.send(classicBytes(0x100, 0, {})));
+        QVERIFY(peer.send(classicBytes(0x101, 0, {})));
+        QTRY_COMPARE_WITH_TIMEOUT(frames.frames().constLast().message.id, 0x101U, WaitMs);
+        QCOMPARE(frames.frames().at(frames.count() - 2).message.id, 0x100U);
+        QCOMPARE(adapter->write(message(0x102, eight)), CAN::RetOk);
+        QVERIFY(!peer.receive().isNull());
+        QVERIFY(adapter->getRunning());
+        QVERIFY(errors.isEmpty());
+    }
+
     void controllersCarryFramesToEachOther()
     {
         const Adapter left = makeAdapter("can0");

@@ -15,6 +15,8 @@ inline const QString buscycle = QStringLiteral(BUSCYCLE_PROGRAM);
 inline const QString busdump = QStringLiteral(BUSDUMP_PROGRAM);
 inline const QString busplay = QStringLiteral(BUSPLAY_PROGRAM);
 constexpr int PatienceMs = 60000;
+/// What `--adapter` takes, as the programs tell it.
+constexpr const char *adapterForms = "virtual[:port] or socketcan:interface";
 
 inline QString virtualBus(quint16 port)
 {

@@ -162,16 +162,16 @@ private Q_SLOTS:
     {
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<QByteArray>("errors");
-        const auto row = [](const char *name, const char *arguments, const char *errors) {
+        const auto row = [](const char *name, const char *arguments, const QByteArray &errors) {
             QTest::newRow(name) << QString::fromLatin1(arguments).split(QLatin1Char(' '))
-                                << "buscycle: " + QByteArray(errors) + '\n';
+                                << "buscycle: " + errors + '\n';
         };
         row("no frame", "--count 1", "no frame to send, such as 123#1122");
         row("two frames", "123# 124#", "unexpected argument '124#'");
         row("empty frame", "", "no # behind the identifier: ''");
         row("damaged frame", "123#112", "odd number of payload digits: '112'");
         row("error frame", "20000004#", "an error frame cannot be sent: '20000004'");
-        row("unknown adapter", "--adapter foo 123#", "unknown adapter 'foo', expected virtual[:port]");
+        row("unknown adapter", "--adapter foo 123#", QByteArray("unknown adapter 'foo', expected ") + adapterForms);
         row("interval of letters", "--interval ten 123#", "--interval takes a number from 0 to 60000: 'ten'");
         row("negative interval", "--interval=-1 123#", "--interval takes a number from 0 to 60000: '-1'");
         row("interval too long", "--interval 60001 123#", "--interval takes a number from 0 to 60000: '60001'");

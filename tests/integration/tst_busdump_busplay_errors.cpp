@@ -5,6 +5,10 @@
 #include <QtNetwork/QUdpSocket>
 #include <QtTest/QtTest>
 
+#include <linux/can.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 class TestBusdumpBusplayErrors : public QObject, private ExamplePrograms
 {
     Q_OBJECT
@@ -43,19 +47,48 @@ private Q_SLOTS:
         QVERIFY2(expected.match(QString::fromLocal8Bit(run.errors())).hasMatch(), run.errors().constData());
     }
 
+    void anInterfaceThatIsNotThereIsAnError_data()
+    {
+        QTest::addColumn<QString>("program");
+        QTest::addColumn<QString>("more");
+        QTest::addColumn<QByteArray>("output");
+        QTest::addColumn<QByteArray>("behindTheReason");
+        QTest::newRow("busdump") << busdump << QStringLiteral("--count=1") << QByteArray() << QByteArray();
+        QTest::newRow("busplay") << busplay << QStringLiteral("-") << QByteArray()
+                                 << QByteArray("; 0 of 0 accepted frames were sent");
+        QTest::newRow("buscycle") << buscycle << QStringLiteral("123#") << QByteArray("frames sent: 0\n")
+                                  << QByteArray();
+    }
+    void anInterfaceThatIsNotThereIsAnError()
+    {
+        QFETCH(QString, program);
+        QFETCH(QString, more);
+        QFETCH(QByteArray, output);
+        QFETCH(QByteArray, behindTheReason);
+        const int probe = ::socket(PF_CAN, SOCK_RAW, CAN_RAW);
+        const QByteArray reason =
+            probe < 0 ? "socket: Address family not supported by protocol\n" : "SIOCGIFINDEX: No such device\n";
+        ::close(probe);
+        Program run(program, {QStringLiteral("--adapter"), QStringLiteral("socketcan:nothing0"), more});
+        run.start();
+        QCOMPARE(run.waitForStatus(), 1);
+        QCOMPARE(run.errors(), reason + QTest::currentDataTag()
+                                   + ": socketcan:nothing0: the adapter could not be opened" + behindTheReason + '\n');
+        QCOMPARE(run.output(), output);
+    }
+
     void wrongArgumentsAreRefused_data()
     {
         QTest::addColumn<QString>("program");
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<QByteArray>("errors");
-        const auto row = [](const char *name, const QString &program, const char *arguments, const char *errors) {
-            QTest::newRow(name) << program << QString::fromLatin1(arguments).split(QLatin1Char(' '))
-                                << QByteArray(errors) + '\n';
+        const auto row = [](const char *name, const QString &program, const char *arguments, const QByteArray &errors) {
+            QTest::newRow(name) << program << QString::fromLatin1(arguments).split(QLatin1Char(' ')) << errors + '\n';
         };
         row("busdump: unknown adapter", busdump, "--adapter foo",
-            "busdump: unknown adapter 'foo', expected virtual[:port]");
+            QByteArray("busdump: unknown adapter 'foo', expected ") + adapterForms);
         row("busplay: unknown adapter", busplay, "--adapter foo -",
-            "busplay: unknown adapter 'foo', expected virtual[:port]");
+            QByteArray("busplay: unknown adapter 'foo', expected ") + adapterForms);
         row("port out of range", busdump, "--adapter virtual:65536",
             "busdump: '65536' is no port, which is a number from 1 to 65535");
         row("no adapter", busdump, "--adapter", "busdump: Missing value after '--adapter'.");
@@ -120,7 +153,7 @@ private Q_SLOTS:
         help.start();
         QCOMPARE(help.waitForStatus(), 0);
         QVERIFY2(help.output().contains("Exit status:\n  0 "), help.output().constData());
-        QVERIFY2(help.output().simplified().contains("--adapter <adapter> Adapter: virtual[:port]."),
+        QVERIFY2(help.output().simplified().contains(QByteArray("--adapter <adapter> Adapter: ") + adapterForms + '.'),
                  help.output().constData());
         QCOMPARE(help.errors(), QByteArray());
         Program version(program, {QStringLiteral("--version")});

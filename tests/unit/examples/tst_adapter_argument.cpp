@@ -1,11 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "common/adapter_argument.h"
 
+#include <BusLinkDesk/backends/socketcan/socket_can_adapter.h>
 #include <BusLinkDesk/backends/virtual/demo_can_adapter.h>
 
 #include <QtTest/QtTest>
 
 using buslink::AdapterArgument;
+
+namespace {
+
+const QString knownForms = QStringLiteral("virtual[:port] or socketcan:interface");
+
+} // namespace
 
 class TestAdapterArgument : public QObject
 {
@@ -38,13 +45,40 @@ private Q_SLOTS:
         QVERIFY(result.adapter->getCanAdapterOption(AbstractCanAdapter::option_continuousTimestamp).toBool());
     }
 
+    void socketCanAdaptersAreCreatedForTheirInterface_data()
+    {
+        QTest::addColumn<QString>("argument");
+        QTest::addColumn<QString>("name");
+        const auto row = [](const char *name, const QString &interface) {
+            QTest::newRow(name) << QStringLiteral("socketcan:") + interface << interface.trimmed();
+        };
+        row("usual", QStringLiteral("can0"));
+        row("one character", QStringLiteral("c"));
+        row("15 bytes", QStringLiteral("abcdefghijklmno"));
+        row("15 bytes in 14 characters", QString::fromUtf8("abcdefghijklm\u00e4"));
+        row("blanks around", QStringLiteral(" can0 "));
+        QTest::newRow("label") << QStringLiteral("socketcan:can1 | PEAK") << QStringLiteral("can1");
+    }
+    void socketCanAdaptersAreCreatedForTheirInterface()
+    {
+        QFETCH(QString, argument);
+        QFETCH(QString, name);
+        const AdapterArgument result = buslink::createAdapter(argument);
+        QCOMPARE(result.error, QString());
+        QCOMPARE(result.name, name.toStdString());
+        QVERIFY(qobject_cast<SocketCanAdapter *>(result.adapter.get()));
+        QVERIFY(result.adapter->getCanAdapterOption(AbstractCanAdapter::option_CANFD).toBool());
+        QVERIFY(!result.adapter->getCanAdapterOption(AbstractCanAdapter::option_systemTime).toBool());
+        QVERIFY(!result.adapter->isRunning());
+    }
+
     void wrongArgumentsAreExplained_data()
     {
         QTest::addColumn<QString>("argument");
         QTest::addColumn<QString>("error");
         const auto unknown = [](const char *name, const QString &argument) {
             QTest::newRow(name) << argument
-                                << QStringLiteral("unknown adapter '%1', expected virtual[:port]").arg(argument);
+                                << QStringLiteral("unknown adapter '%1', expected %2").arg(argument, knownForms);
         };
         const auto port = [](const char *name, const QString &text) {
             QTest::newRow(name) << QStringLiteral("virtual:") + text
@@ -65,6 +99,19 @@ private Q_SLOTS:
         port("port with a blank", QStringLiteral(" 1"));
         port("hexadecimal port", QStringLiteral("0x10"));
         port("port with more behind it", QStringLiteral("1:2"));
+        const auto interface = [](const char *name, const QString &parameter, const QString &told) {
+            QTest::newRow(name)
+                << QStringLiteral("socketcan") + parameter
+                << QStringLiteral("'%1' is no interface name, which has 1 to 15 bytes and no blank within").arg(told);
+        };
+        interface("no interface", QString(), QString());
+        interface("empty interface", QStringLiteral(":"), QString());
+        interface("blank interface", QStringLiteral(":  "), QString());
+        interface("label alone", QStringLiteral(":| PEAK"), QString());
+        interface("16 bytes", QStringLiteral(":abcdefghijklmnop"), QStringLiteral("abcdefghijklmnop"));
+        interface("16 bytes in 15 characters", QString::fromUtf8(":abcdefghijklmn\u00e4"),
+                  QString::fromUtf8("abcdefghijklmn\u00e4"));
+        interface("blank within", QStringLiteral(":my can"), QStringLiteral("my can"));
     }
     void wrongArgumentsAreExplained()
     {
@@ -79,7 +126,7 @@ private Q_SLOTS:
         const QCommandLineOption option = buslink::adapterOption();
         QCOMPARE(option.names(), QStringList{QStringLiteral("adapter")});
         QCOMPARE(option.defaultValues(), QStringList{QStringLiteral("virtual")});
-        QCOMPARE(option.description(), QStringLiteral("Adapter: virtual[:port]. Default: virtual."));
+        QCOMPARE(option.description(), QStringLiteral("Adapter: %1. Default: virtual.").arg(knownForms));
     }
 };
 

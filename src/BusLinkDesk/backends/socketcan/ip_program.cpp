@@ -3,17 +3,27 @@
 
 #include <QtCore/QProcess>
 
+#include <memory>
+
 namespace buslink {
+
+namespace {
+
+constexpr int WaitMs = 1000;
+
+} // namespace
 
 QString outputOfProgram(const QString &program, const QStringList &arguments)
 {
-    QProcess process;
-    process.start(program, arguments, QIODevice::ReadWrite);
-    process.waitForFinished(1000);
-    const QByteArray output = process.readAllStandardOutput();
-    if (process.state() != QProcess::NotRunning) {
-        process.kill();
-        process.waitForFinished();
+    auto process = std::make_unique<QProcess>();
+    process->start(program, arguments, QIODevice::ReadWrite);
+    process->waitForFinished(WaitMs);
+    const QByteArray output = process->readAllStandardOutput();
+    if (process->state() != QProcess::NotRunning) {
+        process->kill();
+        // What hangs in the kernel does not die, and the destructor would wait for half a minute.
+        if (!process->waitForFinished(WaitMs))
+            static_cast<void>(process.release());
     }
     return QString::fromUtf8(output.constData());
 }

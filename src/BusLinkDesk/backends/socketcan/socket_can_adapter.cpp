@@ -3,6 +3,7 @@
 
 #include <BusLinkDesk/adapter/relaxed_p.h>
 #include <BusLinkDesk/backends/socketcan/ip_link_parser_p.h>
+#include <BusLinkDesk/backends/socketcan/retired_sockets_p.h>
 #include <BusLinkDesk/backends/socketcan/socket_can_socket_p.h>
 
 #include <QtCore/QDebug>
@@ -27,10 +28,13 @@ SocketCanAdapter::SocketCanAdapter(QString name, QObject *parent)
 
 SocketCanAdapter::~SocketCanAdapter()
 {
-    if (mSocketFd < 0)
+    buslink::closeRetiredSockets(this);
+    const int socket = relaxedLoad(mSocketFd);
+    if (socket < 0)
         return;
     quit();
-    if (::close(mSocketFd) < 0)
+    relaxedStore(mSocketFd, -1);
+    if (::close(socket) < 0)
         std::perror("close");
 }
 
@@ -39,9 +43,7 @@ CAN::RetType SocketCanAdapter::open()
     const int fresh = ::socket(PF_CAN, SOCK_RAW, CAN_RAW);
     if (fresh < 0)
         std::perror("socket");
-    // A loop that has not ended yet may be reading from the socket before: that one is left to it.
-    const int stale = isRunning() ? -1 : relaxedLoad(mSocketFd);
-    relaxedStore(mSocketFd, buslink::replaceDescriptor(stale, fresh));
+    takeSocket(fresh);
     if (fresh < 0 || !buslink::bindToInterface(mSocketFd, buslink::interfaceOfDevice(mDeviceName).toLocal8Bit()))
         return CAN::RetError;
     if (const std::optional<int> bytes = buslink::enlargeReceiveBuffer(mSocketFd))
@@ -50,6 +52,20 @@ CAN::RetType SocketCanAdapter::open()
     buslink::requestErrorFrames(mSocketFd);
     start(QThread::InheritPriority);
     return CAN::RetOk;
+}
+
+void SocketCanAdapter::takeSocket(int fresh)
+{
+    if (!isRunning()) {
+        buslink::closeRetiredSockets(this);
+        buslink::replaceDescriptor(mSocketFd, fresh);
+        return;
+    }
+    // A pass of the loop may be reading from the socket before, so closing that one is left to the loop.
+    const int stale = relaxedLoad(mSocketFd);
+    relaxedStore(mSocketFd, fresh);
+    if (stale >= 0)
+        buslink::retireSocket(this, stale);
 }
 
 void SocketCanAdapter::closeAdapter()

@@ -21,7 +21,8 @@
 ///
 /// `open()` returns before the loop has begun, and stopping only reaches a loop that has: a program
 /// that may stop an adapter right after opening it waits for `getRunning()` first, and one that opens
-/// it again waits for the end of the thread. Otherwise the loop runs on, or does not begin.
+/// it again waits for the end of the thread. Otherwise the loop runs on, or does not begin. A loop that
+/// runs while the adapter is opened again goes over to the new socket within 100 ms.
 ///
 /// *Thread:* `write(CAN::CanMessage*)` from any thread, and it delivers its echo there; received frames
 /// and states on the adapter's own.
@@ -46,7 +47,8 @@ protected:
 
 public:
     /// Opens and binds a socket and starts the adapter's thread. Refused buffer sizes, error frames and
-    /// CAN FD are reported and no failure. The socket of an earlier `open()` is closed.
+    /// CAN FD are reported and no failure. The socket of an earlier `open()` is closed, by the loop after its
+    /// current pass if one is running; no other thread may be in `write(CAN::CanMessage*)` then.
     /// *Fails:* `CAN::RetError` without CAN support, without such an interface, or if it cannot be bound.
     /// A name of 16 bytes or more, which no interface can have, aborts the process.
     CAN::RetType open() override;
@@ -85,8 +87,11 @@ public:
     static bool isBaudrateChangeable();
 
     /// Returns the CAN interfaces that `/sbin/ip` lists, each with its maker's label if it is known:
-    /// "can0 | PEAK". `types` narrows the list to SysTec (7), PEAK (16) and Ixxat (17); empty means all.
-    /// *Thread:* any. *Blocks:* up to 1 s for the listing and 1 s more for each interface.
+    /// "can0 | PEAK". `types` narrows the list to SysTec (7), PEAK (16) and Ixxat (17); empty means all. A link
+    /// with a peer appears as the program names it, "left@right": only what stands before the `@` is a device
+    /// name, and `open()` aborts the process for an entry of 16 bytes or more as for any such name.
+    /// *Thread:* any. *Blocks:* up to 1 s for the listing and 1 s more for each interface, each twice that if
+    /// the program hangs and cannot be killed.
     /// *Fails:* without any interface, and with an empty `types`, six usual names.
     /// *Kept on purpose:* a list of other types alone, that of SocketCAN included, lets nothing through.
     static QStringList getDeviceList(QList<AbstractCanAdapter::CanAdapterType> types);
@@ -107,8 +112,9 @@ protected:
 private:
     struct Q_DECL_HIDDEN FrameFormat;
 
+    Q_DECL_HIDDEN void takeSocket(int fresh);
     Q_DECL_HIDDEN void receive(const FrameFormat &format);
-    Q_DECL_HIDDEN void receiveOne(const FrameFormat &format, CAN::CanRxMessage &record);
+    Q_DECL_HIDDEN void receiveOne(int socket, const FrameFormat &format, CAN::CanRxMessage &record);
     Q_DECL_HIDDEN void stamp(CAN::CanRxMessage &record);
 
     QString mDeviceName;

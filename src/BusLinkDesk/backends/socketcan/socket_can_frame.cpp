@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <limits>
 #include <linux/can/error.h>
 
 namespace buslink {
@@ -18,6 +19,7 @@ static_assert(offsetof(can_frame, data) == offsetof(canfd_frame, data));
 constexpr std::size_t LengthOffset = offsetof(canfd_frame, len);
 constexpr std::size_t FlagsOffset = offsetof(canfd_frame, flags);
 constexpr std::size_t DataOffset = offsetof(canfd_frame, data);
+constexpr std::size_t AnyLength = std::numeric_limits<quint8>::max();
 
 canid_t identifierWord(const KernelFrame &frame)
 {
@@ -78,8 +80,10 @@ KernelFrameKind takeFdOrClassicFrame(const KernelFrame &frame, qint64 size, CAN:
     message.isFd = isFd;
     message.isBrs = isFd && (frame.bytes[FlagsOffset] & CANFD_BRS) != 0;
     message.isEsi = isFd && (frame.bytes[FlagsOffset] & CANFD_ESI) != 0;
-    // CAN FD has no remote frames, so the flag says nothing in one.
-    takePayload(frame, isFd ? CANFD_MAX_DLEN : CAN_MAX_DLEN, !isFd && (word & CAN_RTR_FLAG) != 0, message);
+    // CAN FD has no remote frames, so the flag says nothing in one. The length counts as it came, but for what
+    // the record has no room for; without a payload there is nothing that it could exceed.
+    const bool isRtr = !isFd && (word & CAN_RTR_FLAG) != 0;
+    takePayload(frame, isRtr ? AnyLength : CANFD_MAX_DLEN, isRtr, message);
     takeIdentifier(word, message);
     return KernelFrameKind::Frame;
 }

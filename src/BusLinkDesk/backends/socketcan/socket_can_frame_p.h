@@ -30,7 +30,7 @@ KernelFrameKind takeClassicFrame(const KernelFrame &frame, qint64 size, CAN::Can
 
 /// Takes what a socket that reads `CANFD_MTU` bytes delivered, a CAN FD frame or a classic one. `size` is
 /// the result of the read. Only a frame changes `message`, and of its payload only what lies within the
-/// length.
+/// length. The length is taken as it came, at most the 64 bytes of the record if there is a payload.
 KernelFrameKind takeFdOrClassicFrame(const KernelFrame &frame, qint64 size, CAN::CanMessage &message);
 
 /// The bus state that an error frame announces, if any.

@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include <BusLinkDesk/backends/socketcan/socket_can_socket_p.h>
 
+#include <BusLinkDesk/adapter/relaxed_p.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <linux/can/error.h>
 #include <linux/can/raw.h>
 #include <net/if.h>
@@ -34,22 +35,23 @@ std::optional<int> receiveBufferSize(int socket)
 
 bool wroteAll(int socket, const void *frame, std::size_t size)
 {
-    errno = 0; // A short write leaves it alone.
+    // A short write leaves it alone, and must not be told with the reason of an earlier call: it has none.
+    errno = 0;
     return ::write(socket, frame, size) == static_cast<ssize_t>(size);
 }
 
 } // namespace
 
-int replaceDescriptor(int stale, int fresh)
+void replaceDescriptor(int &field, int fresh)
 {
-    if (stale < 0)
-        return fresh;
-    if (fresh < 0 || ::dup2(fresh, stale) < 0) {
-        ::close(stale);
-        return fresh;
+    const int stale = relaxedLoad(field);
+    if (stale >= 0 && fresh >= 0 && ::dup2(fresh, stale) >= 0) {
+        ::close(fresh);
+        return;
     }
-    ::close(fresh);
-    return stale;
+    relaxedStore(field, fresh);
+    if (stale >= 0)
+        ::close(stale);
 }
 
 bool bindToInterface(int socket, const QByteArray &name)

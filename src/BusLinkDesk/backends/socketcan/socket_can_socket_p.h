@@ -12,9 +12,9 @@
 // System calls on a raw CAN socket. What fails is reported on standard error.
 namespace buslink {
 
-/// Puts `fresh` in the place of `stale` and returns the descriptor that then stands for it. A valid
-/// `stale` keeps its number, so a thread that still writes to it never meets a foreign file.
-int replaceDescriptor(int stale, int fresh);
+/// Puts the socket `fresh`, or none, in the place of the one in `field`, which is closed. A number that was valid
+/// stays for a new socket, so a thread that is just writing to it never meets a foreign file.
+void replaceDescriptor(int &field, int fresh);
 
 /// Binds a socket that takes CAN FD frames too to an interface. A name too long for any interface
 /// aborts the process. *Fails:* false; there is no such interface, or it cannot be bound.
@@ -48,7 +48,8 @@ qint64 receiveFrame(int socket, std::size_t capacity, KernelFrame &frame);
 /// *Fails:* `CAN::RetTxBufferFull` where the interface has no room, else `CAN::RetError`; reports nothing.
 CAN::RetType sendFrame(int socket, const can_frame &frame);
 
-/// Hands a CAN FD frame to the interface. *Fails:* `CAN::RetError`.
+/// Hands a CAN FD frame to the interface. *Fails:* `CAN::RetError`; one that was not taken whole, which has no
+/// reason, is reported as "write: Success".
 CAN::RetType sendFrame(int socket, const canfd_frame &frame);
 
 } // namespace buslink

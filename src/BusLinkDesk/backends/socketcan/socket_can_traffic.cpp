@@ -3,6 +3,7 @@
 
 #include <BusLinkDesk/adapter/payload_length_p.h>
 #include <BusLinkDesk/adapter/relaxed_p.h>
+#include <BusLinkDesk/backends/socketcan/retired_sockets_p.h>
 #include <BusLinkDesk/backends/socketcan/socket_can_socket_p.h>
 
 #include <sys/time.h>
@@ -46,7 +47,10 @@ void SocketCanAdapter::receive(const FrameFormat &format)
     buslink::ReadableWait readable;
     setState(CAN::CanStateErrorActive);
     while (mRunningFlag.load()) {
-        switch (readable.wait(relaxedLoad(mSocketFd))) {
+        // Between two passes no socket is in use. One that is retired from here on is not closed in this pass.
+        buslink::closeRetiredSockets(this);
+        const int socket = relaxedLoad(mSocketFd);
+        switch (readable.wait(socket)) {
         case buslink::ReadableWait::Result::Failed:
             QThread::usleep(10);
             mRunningFlag.exchange(false);
@@ -54,17 +58,17 @@ void SocketCanAdapter::receive(const FrameFormat &format)
         case buslink::ReadableWait::Result::TimedOut:
             break;
         case buslink::ReadableWait::Result::Readable:
-            receiveOne(format, record);
+            receiveOne(socket, format, record);
             break;
         }
     }
 }
 
 // The record is that of the frame before: payload bytes behind the length stay in it.
-void SocketCanAdapter::receiveOne(const FrameFormat &format, CAN::CanRxMessage &record)
+void SocketCanAdapter::receiveOne(int socket, const FrameFormat &format, CAN::CanRxMessage &record)
 {
     KernelFrame frame;
-    const qint64 size = buslink::receiveFrame(relaxedLoad(mSocketFd), format.bytes, frame);
+    const qint64 size = buslink::receiveFrame(socket, format.bytes, frame);
     switch (format.take(frame, size, record.message)) {
     case KernelFrameKind::Bad:
         Q_EMIT interfaceError();

@@ -4,6 +4,10 @@
 #include <QtCore/QFile>
 #include <QtTest/QtTest>
 
+#include <array>
+#include <atomic>
+#include <thread>
+
 using Props = AbstractCanAdapter::SocketCANProps;
 using Types = QList<AbstractCanAdapter::CanAdapterType>;
 
@@ -310,6 +314,24 @@ private Q_SLOTS:
         QFETCH(QString, rate);
         QCOMPARE(numbersOf(buslink::propertiesFromDetails(details)), numbers);
         QCOMPARE(buslink::bitrateFromDetails(details), rate);
+    }
+
+    void detailsAreReadOnSeveralThreadsAtOnce()
+    {
+        const QString text = recorded("details_pcan_fd");
+        std::array<std::thread, 4> threads;
+        std::atomic<int> good = 0;
+        for (std::thread &thread : threads)
+            thread = std::thread([&] {
+                for (int pass = 0; pass < 500; ++pass) {
+                    const bool right = numbersOf(buslink::propertiesFromDetails(text)) == QVector<int>{1, 500, 2000, 0}
+                                       && buslink::bitrateFromDetails(text) == QLatin1String("500");
+                    good += right ? 1 : 0;
+                }
+            });
+        for (std::thread &thread : threads)
+            thread.join();
+        QCOMPARE(good.load(), 2000);
     }
 };
 

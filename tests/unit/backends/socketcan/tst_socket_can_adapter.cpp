@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Life cycle: names, opening, closing, what is set up on the way and what is said about failures.
+#include "kernel_frames.h"
 #include "running_socket_can.h"
+#include "support/frame_recorder.h"
 #include "support/stderr_recorder.h"
 
 #include <QtCore/QDir>
+#include <QtCore/QSemaphore>
 
 #include <cerrno>
 #include <csignal>
@@ -33,6 +36,29 @@ QStringList callsOfOpen(const char *name = "can0")
             QStringLiteral("getsockopt(1, 8, 4 bytes)"),
             QStringLiteral("setsockopt(101, 2, 4 bytes: 0x2000004c)")};
 }
+
+/// An adapter whose loop can be held within a pass, until `leave` is released.
+struct HeldLoop : SocketCanFixture
+{
+    QSemaphore leave;
+
+    /// False if the loop does not come to the frame that it is held at.
+    bool hold()
+    {
+        QSemaphore entered;
+        const auto connection = QObject::connect(
+            adapter.get(), &AbstractCanAdapter::newCanMessage, adapter.get(),
+            [&] {
+                entered.release();
+                leave.acquire();
+            },
+            Qt::DirectConnection);
+        sockets.arrive(classicBytes(1, 0, {}));
+        const bool held = entered.tryAcquire(1, WaitMs);
+        QObject::disconnect(connection);
+        return held;
+    }
+};
 
 const LogRecord bufferRecord =
     defaultLogRecord(QtInfoMsg, "virtual CAN::RetType SocketCanAdapter::open() Line: 429 rcvbuf_size 425984");
@@ -66,6 +92,7 @@ private Q_SLOTS:
         row("label alone", "| PEAK", "");
         row("two blanks", "  ", "");
         row("15 bytes", "abcdefghijklmno", "abcdefghijklmno");
+        row("15 bytes in 14 characters", "abcdefghijklm\u00e4", "abcdefghijklm\u00e4");
         row("15 bytes and blanks", "  abcdefghijklmno  | PEAK", "abcdefghijklmno");
     }
 
@@ -83,16 +110,18 @@ private Q_SLOTS:
 
     void nameThatFitsNoInterfaceAbortsTheProcess_data()
     {
-        QTest::addColumn<int>("length");
+        QTest::addColumn<QString>("name");
         for (const int length : {16, 17, 40, 100000})
-            QTest::addRow("%d bytes", length) << length;
+            QTest::addRow("%d bytes", length) << QString(length, QLatin1Char('c'));
+        QTest::newRow("16 bytes in 15 characters") << QString::fromUtf8("abcdefghijklmn\u00e4");
+        QTest::newRow("16 bytes before a label") << QStringLiteral("abcdefghijklmnop | PEAK");
     }
 
     void nameThatFitsNoInterfaceAbortsTheProcess()
     {
-        QFETCH(int, length);
+        QFETCH(QString, name);
         const FakeCanSockets sockets;
-        SocketCanAdapter adapter(QString(length, QLatin1Char('c')));
+        SocketCanAdapter adapter(name);
         const pid_t child = ::fork();
         if (child == 0) {
             const rlimit noCore{0, 0};
@@ -318,10 +347,74 @@ private Q_SLOTS:
         QSignalSpy errors(can.adapter.get(), &AbstractCanAdapter::interfaceError);
         QVERIFY(can.open());
         QVERIFY(can.open());
-        QCOMPARE(can.sockets.calls(), callsOfOpen() + callsOfOpen());
+        QTRY_VERIFY_WITH_TIMEOUT(can.sockets.calls().contains(QStringLiteral("close()")), WaitMs);
+        QStringList calls = can.sockets.calls();
+        calls.removeOne(QStringLiteral("close()")); // It comes from the other thread, at any place.
+        QCOMPARE(calls, callsOfOpen() + callsOfOpen());
         QTest::qWait(50); // Passes of the loop, each of which could have ended it.
         QVERIFY(can.adapter->getRunning());
         QVERIFY(errors.isEmpty());
+    }
+
+    void reopeningWhileTheLoopRunsDeliversAndLeavesNoDescriptorBehind()
+    {
+        SocketCanFixture can;
+        const FrameRecorder frames(can.adapter.get());
+        QVERIFY(can.open());
+        const int before = openDescriptors();
+        for (int pass = 1; pass <= 50; ++pass) {
+            QVERIFY(can.open());
+            if (pass % 3 == 0)
+                continue; // So that the loop meets several at once.
+            can.sockets.arrive(classicBytes(static_cast<canid_t>(pass), 0, {}));
+            QTRY_COMPARE_WITH_TIMEOUT(frames.count(), pass - pass / 3, WaitMs);
+            QCOMPARE(frames.frames().constLast().message.id, quint32(pass));
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(openDescriptors(), before, WaitMs);
+        QCOMPARE(can.adapter->write(CAN::CanMessage()), CAN::RetOk);
+        QCOMPARE(can.sockets.takeWritten().size(), 16);
+        QVERIFY(can.adapter->getRunning());
+    }
+
+    void socketIsOnlyClosedBetweenPassesOfTheLoop()
+    {
+        HeldLoop can;
+        QVERIFY(can.open());
+        const bool held = can.hold();
+        const CAN::RetType result = can.adapter->open();
+        const bool closedInside = can.sockets.calls().contains(QStringLiteral("close()"));
+        can.leave.release();
+        QVERIFY(held);
+        QCOMPARE(result, CAN::RetOk);
+        QVERIFY(!closedInside);
+        QTRY_VERIFY_WITH_TIMEOUT(can.sockets.calls().contains(QStringLiteral("close()")), WaitMs);
+    }
+
+    void socketRetiredFromALoopThatEndedIsClosedByTheNextOpenOrTheDestructor_data()
+    {
+        QTest::addColumn<bool>("reopened");
+        QTest::newRow("open") << true;
+        QTest::newRow("destructor") << false;
+    }
+    void socketRetiredFromALoopThatEndedIsClosedByTheNextOpenOrTheDestructor()
+    {
+        QFETCH(bool, reopened);
+        HeldLoop can;
+        QVERIFY(can.open());
+        const bool held = can.hold();
+        const CAN::RetType result = can.adapter->open();
+        can.adapter->closeAdapter(); // The pass ends, and no other one follows.
+        can.leave.release();
+        QVERIFY(held);
+        QCOMPARE(result, CAN::RetOk);
+        QVERIFY(can.adapter->wait(WaitMs));
+        const QString close = QStringLiteral("close()");
+        QCOMPARE(can.sockets.calls().count(close), 0);
+        if (reopened)
+            QVERIFY(can.open());
+        else
+            can.adapter.reset();
+        QCOMPARE(can.sockets.calls().count(close), 2); // The one retired, and the one or its second number.
     }
 
     void prepareToTerminateWaitsOnlyForALoopThatRuns()

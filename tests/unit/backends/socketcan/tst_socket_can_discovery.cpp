@@ -133,8 +133,23 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(shell("echo out; echo err >&2; exit 3"), QStringLiteral("out\n"), WaitMs);
         QTRY_COMPARE_WITH_TIMEOUT(shell("printf 'one\\000two'"), QStringLiteral("one"), WaitMs);
         QTRY_COMPARE_WITH_TIMEOUT(shell("printf 'caf\\303\\251'"), QString::fromUtf8("caf\u00e9"), WaitMs);
-        QCOMPARE(shell("cat"), QString()); // Standard input stays open, so this one is given up.
         QCOMPARE(shell("kill -9 $$"), QString());
+    }
+
+    // One that is closed would end the wait for a line.
+    void standardInputStaysOpen()
+    {
+        QTRY_COMPARE_WITH_TIMEOUT(shell("echo begun; read -r line; echo ended"), QStringLiteral("begun\n"), WaitMs);
+    }
+
+    void outputLargerThanAPipeIsTakenWhole()
+    {
+        QString expected;
+        for (int number = 1; number <= 50000; ++number)
+            expected += QString::number(number) + QLatin1Char('\n');
+        bool same = false; // Too long to be shown.
+        QTRY_VERIFY_WITH_TIMEOUT((same = shell("seq 1 50000") == expected), WaitMs);
+        QVERIFY(same);
     }
 
     void missingProgramPrintsNothingAndIsNotLogged()

@@ -137,13 +137,24 @@ private Q_SLOTS:
         row("flags of no meaning", fdBytes(0x1, 1, 0xFC, eight), over(fd, 0x1, false, false, eight.left(1)));
         row("remote flag in a CAN FD frame", fdBytes(CAN_RTR_FLAG | 0x1, 8, 0, eight),
             over(fd, 0x1, false, false, eight));
-        row("length 255", fdBytes(0x1, 255, 0, counted(64)), over(fd, 0x1, false, false, counted(64)));
+        row("length that no frame has", fdBytes(0x1, 33, 0, counted(64)), over(fd, 0x1, false, false, counted(33)));
+        for (const int length : {65, 255})
+            row(qPrintable(QStringLiteral("length %1").arg(length)), fdBytes(0x1, length, 0, counted(64)),
+                over(fd, 0x1, false, false, counted(64)));
         row("classic", classicBytes(0x123, 3, eight), over(classic, 0x123, false, false, eight.left(3)));
         row("classic extended", classicBytes(CAN_EFF_FLAG | 0x1ABCDEF5, 8, eight),
             over(classic, 0x1ABCDEF5, true, false, eight));
         row("classic remote", classicBytes(CAN_RTR_FLAG | 0x123, 5, eight),
             over(classic, 0x123, false, true, eight.left(5)));
-        row("classic of length 255", classicBytes(0x1, 255, eight), over(classic, 0x1, false, false, eight));
+        // The kernel lets none of these through.
+        row("classic of length 12", classicBytes(0x1, 12, eight),
+            over(classic, 0x1, false, false, eight + QByteArray(4, '\0')));
+        row("classic of length 255", classicBytes(0x1, 255, eight),
+            over(classic, 0x1, false, false, eight + QByteArray(56, '\0')));
+        row("classic remote of length 12", classicBytes(CAN_RTR_FLAG | 0x1, 12, eight),
+            over(classic, 0x1, false, true, QByteArray(12, 'r')));
+        row("classic remote of length 255", classicBytes(CAN_RTR_FLAG | 0x1, 255, eight),
+            over(classic, 0x1, false, true, QByteArray(255, 'r')));
         QByteArray flagged = classicBytes(0x1, 1, eight);
         flagged[5] = CANFD_BRS | CANFD_ESI;
         row("classic with flags of CAN FD", flagged, over(classic, 0x1, false, false, eight.left(1)));

@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+// Sockets that an adapter has replaced while its loop was running. They are kept beside the adapters, whose
+// size is fixed.
+namespace buslink {
+
+/// Leaves a socket to be closed by the next `closeRetiredSockets()` for the same adapter. *Thread:* any.
+void retireSocket(const void *adapter, int socket);
+
+/// Closes what was retired of an adapter. Costs next to nothing where no adapter has any. *Thread:* any, as long
+/// as no other one is using the sockets.
+void closeRetiredSockets(const void *adapter);
+
+} // namespace buslink
