@@ -3,6 +3,7 @@
 
 #include <BusLinkDesk/adapter/payload_length_p.h>
 #include <BusLinkDesk/adapter/relaxed_p.h>
+#include <BusLinkDesk/backends/common/readable_wait_p.h>
 #include <BusLinkDesk/backends/socketcan/socket_can_socket_p.h>
 
 #include <sys/time.h>
@@ -13,6 +14,8 @@ using buslink::relaxedLoad;
 using buslink::relaxedStore;
 
 namespace {
+
+constexpr int WaitUs = 100'000;
 
 // How long the first frame after a transmission waits, so that listeners get its echo before it.
 constexpr unsigned long EchoLeadMicroseconds = 10'000;
@@ -46,7 +49,7 @@ void SocketCanAdapter::receive(const FrameFormat &format)
     buslink::ReadableWait readable;
     setState(CAN::CanStateErrorActive);
     while (mRunningFlag.load()) {
-        switch (readable.wait(relaxedLoad(mSocketFd))) {
+        switch (readable.wait(relaxedLoad(mSocketFd), WaitUs)) {
         case buslink::ReadableWait::Result::Failed:
             QThread::usleep(10);
             mRunningFlag.exchange(false);
