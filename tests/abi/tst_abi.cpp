@@ -2,6 +2,7 @@
 // Programs that are already built rely on everything that is written out here. A test that fails says
 // that such a program would break, not that the numbers want an update.
 #include <BusLinkDesk/adapter/abstract_can_adapter.h>
+#include <BusLinkDesk/backends/can4linux/can4linux_can_adapter.h>
 #include <BusLinkDesk/backends/socketcan/socket_can_adapter.h>
 #include <BusLinkDesk/backends/virtual/demo_can_adapter.h>
 #include <BusLinkDesk/bus_link_desk.h>
@@ -208,6 +209,7 @@ private Q_SLOTS:
                      QStringLiteral("private slot readPendingDatagrams() ()"),
                  }));
         QCOMPARE(methodsOf(SocketCanAdapter::staticMetaObject), QStringList());
+        QCOMPARE(methodsOf(Can4linuxCanAdapter::staticMetaObject), QStringList());
     }
 
     void optionsKeepTheirNumbersAndNames()
@@ -262,6 +264,7 @@ private Q_SLOTS:
         QCOMPARE(sizeof(AbstractCanAdapter), std::size_t(432));
         QCOMPARE(sizeof(DemoCanAdapter), std::size_t(496));
         QCOMPARE(sizeof(SocketCanAdapter), std::size_t(456));
+        QCOMPARE(sizeof(Can4linuxCanAdapter), std::size_t(464));
         QCOMPARE(sizeof(BusLinkDesk), std::size_t(1));
         QCOMPARE(sizeof(CAN::CANBitrateDesc), std::size_t(24));
         QCOMPARE(sizeof(CAN::CANBitTimingParameter), std::size_t(10));
