@@ -2,6 +2,7 @@
 // Programs that are already built rely on everything that is written out here. A test that fails says
 // that such a program would break, not that the numbers want an update.
 #include <BusLinkDesk/adapter/abstract_can_adapter.h>
+#include <BusLinkDesk/backends/can4linux/can4linux_can_adapter.h>
 #include <BusLinkDesk/backends/serial/zorbek_usb_can_adapter.h>
 #include <BusLinkDesk/backends/socketcan/socket_can_adapter.h>
 #include <BusLinkDesk/backends/virtual/demo_can_adapter.h>
@@ -218,6 +219,7 @@ private Q_SLOTS:
                  }));
         QCOMPARE(methodsOf(ZorbekUSBCanAdapter::staticMetaObject),
                  (QStringList{QStringLiteral("public slot resendLastMessage() ()")}));
+        QCOMPARE(methodsOf(Can4linuxCanAdapter::staticMetaObject), QStringList());
     }
 
     void optionsKeepTheirNumbersAndNames()
@@ -274,6 +276,7 @@ private Q_SLOTS:
         QCOMPARE(sizeof(SocketCanAdapter), std::size_t(456));
         QCOMPARE(sizeof(serialPortAdapter), std::size_t(528));
         QCOMPARE(sizeof(ZorbekUSBCanAdapter), std::size_t(632));
+        QCOMPARE(sizeof(Can4linuxCanAdapter), std::size_t(464));
         QCOMPARE(sizeof(BusLinkDesk), std::size_t(1));
         QCOMPARE(sizeof(CAN::CANBitrateDesc), std::size_t(24));
         QCOMPARE(sizeof(CAN::CANBitTimingParameter), std::size_t(10));

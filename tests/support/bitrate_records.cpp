@@ -83,3 +83,11 @@ QString described(const CANBitrateDesc &d)
 {
     return QStringLiteral("%1 %2 %3").arg(described(d.label)).arg(d.bitrate).arg(d.samplePoint);
 }
+
+QStringList rowsOf(const QList<CAN::CANBitrateDesc> &table)
+{
+    QStringList rows;
+    for (const CAN::CANBitrateDesc &row : table)
+        rows.append(QStringLiteral("%1 | %2 | %3").arg(row.label).arg(row.bitrate).arg(row.samplePoint, 0, 'g', 17));
+    return rows;
+}

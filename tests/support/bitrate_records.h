@@ -3,6 +3,8 @@
 
 #include <BusLinkDesk/types/can_bitrates.h>
 
+#include <QtCore/QStringList>
+
 // Bus-parameter records with a value of its own in every field, their stream forms, and texts that tell
 // every field of a record, so that one comparison leaves nothing out.
 
@@ -48,3 +50,6 @@ QString described(const CAN::CANClassicBusParameter &parameter);
 QString described(const CAN::CANFDBusParameter &parameter);
 /// All fields in their order.
 QString described(const CAN::CANBitrateDesc &descriptor);
+
+/// The rows of a bit-rate table as texts.
+QStringList rowsOf(const QList<CAN::CANBitrateDesc> &table);

@@ -3,23 +3,11 @@
 
 #include <BusLinkDesk/adapter/bit_timing_p.h>
 
-namespace {
-
-QList<CAN::CANBitrateDesc> nominalRates(std::initializer_list<quint16> rates, double samplePointPercent)
-{
-    QList<CAN::CANBitrateDesc> rows;
-    for (const quint16 rate : rates)
-        rows.append(buslink::bitrateRow(QStringLiteral("%1 kbit/s").arg(rate), rate, samplePointPercent));
-    return rows;
-}
-
-} // namespace
-
 QList<CAN::CANBitrateDesc> AbstractCanAdapter::getSupportedBitrates(bool shortList)
 {
     if (shortList)
-        return nominalRates({250, 500, 800, 1000}, 80.0);
-    return nominalRates({10, 20, 50, 125, 250, 500, 800, 1000}, 87.5);
+        return buslink::nominalRateRows({250, 500, 800, 1000}, 80.0);
+    return buslink::nominalRateRows({10, 20, 50, 125, 250, 500, 800, 1000}, 87.5);
 }
 
 QList<CAN::CANBitrateDesc> AbstractCanAdapter::getSupportedFDBitrates()

@@ -3,6 +3,9 @@
 
 #include <BusLinkDesk/types/can_bitrates.h>
 
+#include <QtCore/QList>
+
+#include <initializer_list>
 #include <span>
 
 // Arithmetic of bit rates and bit timing, without an adapter.
@@ -28,6 +31,9 @@ struct SegmentLimits
 
 /// One row of a bit-rate table.
 CAN::CANBitrateDesc bitrateRow(const QString &label, quint16 bitrateKbit, double samplePointPercent);
+
+/// Rows of a table of nominal rates.
+QList<CAN::CANBitrateDesc> nominalRateRows(std::initializer_list<quint16> ratesKbit, double samplePointPercent);
 
 /// Rate in kbit/s that timing values yield, truncated and cut to 16 bits; 0 for a prescaler of 0.
 quint16 bitrateOfTiming(quint16 clockMHz, quint8 prescaler, quint16 tSeg1, quint16 tSeg2);

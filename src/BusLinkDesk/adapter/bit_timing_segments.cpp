@@ -84,6 +84,14 @@ CAN::CANBitrateDesc bitrateRow(const QString &label, quint16 bitrateKbit, double
     return row;
 }
 
+QList<CAN::CANBitrateDesc> nominalRateRows(std::initializer_list<quint16> ratesKbit, double samplePointPercent)
+{
+    QList<CAN::CANBitrateDesc> rows;
+    for (const quint16 rate : ratesKbit)
+        rows.append(bitrateRow(QStringLiteral("%1 kbit/s").arg(rate), rate, samplePointPercent));
+    return rows;
+}
+
 quint16 bitrateOfTiming(quint16 clockMHz, quint8 prescaler, quint16 tSeg1, quint16 tSeg2)
 {
     if (prescaler == 0)

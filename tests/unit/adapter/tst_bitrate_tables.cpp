@@ -1,18 +1,11 @@
 // SPDX-License-Identifier: MIT
+#include "support/bitrate_records.h"
 #include "support/fake_adapter.h"
 #include "support/timing_fields.h"
 
 #include <QtTest/QtTest>
 
 namespace {
-
-QStringList rowsOf(const QList<CAN::CANBitrateDesc> &table)
-{
-    QStringList rows;
-    for (const CAN::CANBitrateDesc &row : table)
-        rows.append(QStringLiteral("%1 | %2 | %3").arg(row.label).arg(row.bitrate).arg(row.samplePoint, 0, 'g', 17));
-    return rows;
-}
 
 void compareRate(const CAN::CANBitrateDesc &rate, int bitrate, double samplePoint)
 {

@@ -22,7 +22,6 @@ namespace buslink {
 namespace {
 
 constexpr int ReceiveBufferBytes = 500'000;
-constexpr int WaitMicroseconds = 100'000;
 
 std::optional<int> receiveBufferSize(int socket)
 {
@@ -99,21 +98,6 @@ void requestErrorFrames(int socket)
     const can_err_mask_t mask = CAN_ERR_FLAG | CAN_ERR_BUSOFF | CAN_ERR_PROT | CAN_ERR_CRTL;
     if (::setsockopt(socket, SOL_CAN_RAW, CAN_RAW_ERR_FILTER, &mask, sizeof mask) < 0)
         std::perror("no error messages possible\n");
-}
-
-ReadableWait::Result ReadableWait::wait(int socket)
-{
-    if (socket < 0)
-        return Result::Failed;
-    // One set ends at descriptor 1023, but the system takes a row of them.
-    const auto bit = static_cast<std::size_t>(socket) % FD_SETSIZE;
-    const auto set = static_cast<std::size_t>(socket) / FD_SETSIZE;
-    mSets.assign(set + 1, fd_set{});
-    FD_SET(bit, &mSets[set]);
-    timeval timeout{0, WaitMicroseconds};
-    if (::select(socket + 1, mSets.data(), nullptr, nullptr, &timeout) < 0)
-        return Result::Failed;
-    return FD_ISSET(bit, &mSets[set]) ? Result::Readable : Result::TimedOut;
 }
 
 qint64 receiveFrame(int socket, std::size_t capacity, KernelFrame &frame)

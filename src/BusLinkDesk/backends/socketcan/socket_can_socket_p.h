@@ -6,8 +6,6 @@
 #include <QtCore/QByteArray>
 
 #include <optional>
-#include <sys/select.h>
-#include <vector>
 
 // System calls on a raw CAN socket. What fails is reported on standard error.
 namespace buslink {
@@ -25,20 +23,6 @@ std::optional<int> enlargeReceiveBuffer(int socket);
 
 /// Asks for the error frames that tell of the bus state.
 void requestErrorFrames(int socket);
-
-/// Waits for a socket to become readable.
-class ReadableWait
-{
-public:
-    /// What the wait ended with.
-    enum class Result { Readable, TimedOut, Failed };
-
-    /// *Blocks:* up to 100 ms. *Fails:* `Failed`; the wait was interrupted or the descriptor is not valid.
-    Result wait(int socket);
-
-private:
-    std::vector<fd_set> mSets;
-};
 
 /// Takes the next frame, at most `capacity` bytes of it, and returns their number.
 /// *Fails:* a negative number.

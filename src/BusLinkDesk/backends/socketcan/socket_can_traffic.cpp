@@ -3,6 +3,7 @@
 
 #include <BusLinkDesk/adapter/payload_length_p.h>
 #include <BusLinkDesk/adapter/relaxed_p.h>
+#include <BusLinkDesk/backends/common/readable_wait_p.h>
 #include <BusLinkDesk/backends/socketcan/retired_sockets_p.h>
 #include <BusLinkDesk/backends/socketcan/socket_can_socket_p.h>
 
@@ -14,6 +15,8 @@ using buslink::relaxedLoad;
 using buslink::relaxedStore;
 
 namespace {
+
+constexpr int WaitUs = 100'000;
 
 // How long the first frame after a transmission waits, so that listeners get its echo before it.
 constexpr unsigned long EchoLeadMicroseconds = 10'000;
@@ -50,7 +53,7 @@ void SocketCanAdapter::receive(const FrameFormat &format)
         // Between two passes no socket is in use. One that is retired from here on is not closed in this pass.
         buslink::closeRetiredSockets(this);
         const int socket = relaxedLoad(mSocketFd);
-        switch (readable.wait(socket)) {
+        switch (readable.wait(socket, WaitUs)) {
         case buslink::ReadableWait::Result::Failed:
             QThread::usleep(10);
             mRunningFlag.exchange(false);

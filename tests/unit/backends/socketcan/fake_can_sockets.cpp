@@ -11,7 +11,6 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
-#include <utility>
 
 // The linker sends the calls of this program's own objects to the names with __wrap and gives what they
 // were meant for the names with __real.
@@ -21,12 +20,6 @@ extern "C" int __real_close(int descriptor);
 namespace {
 
 std::atomic<FakeCanSockets *> theFake = nullptr;
-
-template <typename... Arguments>
-QString callText(const char *format, Arguments... arguments)
-{
-    return QString::asprintf(format, arguments...);
-}
 
 /// The stand-in if it is the one to answer calls on this descriptor.
 FakeCanSockets *fakeFor(int descriptor)
@@ -55,16 +48,10 @@ FakeCanSockets::~FakeCanSockets()
         ::close(mPeer);
 }
 
-void FakeCanSockets::fail(const char *callBeginning, int errorNumber)
-{
-    const QMutexLocker lock(&mMutex);
-    mFailures.append({QString::fromLatin1(callBeginning), errorNumber});
-}
-
 void FakeCanSockets::mend()
 {
+    FakedCalls::mend();
     const QMutexLocker lock(&mMutex);
-    mFailures.clear();
     mShortWrites = false;
 }
 
@@ -72,18 +59,6 @@ void FakeCanSockets::shortenWrites()
 {
     const QMutexLocker lock(&mMutex);
     mShortWrites = true;
-}
-
-QStringList FakeCanSockets::calls() const
-{
-    const QMutexLocker lock(&mMutex);
-    return mCalls;
-}
-
-void FakeCanSockets::forgetCalls()
-{
-    const QMutexLocker lock(&mMutex);
-    mCalls.clear();
 }
 
 QString FakeCanSockets::lastWait() const
@@ -96,12 +71,6 @@ QString FakeCanSockets::lastReception() const
 {
     const QMutexLocker lock(&mMutex);
     return mLastReception;
-}
-
-QVector<qint64> FakeCanSockets::pauses() const
-{
-    const QMutexLocker lock(&mMutex);
-    return mPauses;
 }
 
 void FakeCanSockets::setClock(qint64 seconds, qint64 microseconds)
@@ -157,20 +126,6 @@ int FakeCanSockets::open(const QString &call)
     return pair[0];
 }
 
-bool FakeCanSockets::refuses(const QString &call, bool keep)
-{
-    const QMutexLocker lock(&mMutex);
-    if (keep)
-        mCalls.append(call);
-    for (const auto &failure : std::as_const(mFailures)) {
-        if (call.startsWith(failure.first)) {
-            errno = failure.second;
-            return true;
-        }
-    }
-    return false;
-}
-
 void FakeCanSockets::closed(int descriptor)
 {
     const QMutexLocker lock(&mMutex);
@@ -187,12 +142,6 @@ void FakeCanSockets::setLastReception(const QString &call)
 {
     const QMutexLocker lock(&mMutex);
     mLastReception = call;
-}
-
-void FakeCanSockets::pause(qint64 microseconds)
-{
-    const QMutexLocker lock(&mMutex);
-    mPauses.append(microseconds);
 }
 
 QPair<qint64, qint64> FakeCanSockets::clock() const
@@ -220,8 +169,6 @@ int __real_select(int count, fd_set *readable, fd_set *writable, fd_set *excepti
 ssize_t __real_recvmsg(int descriptor, msghdr *message, int flags);
 ssize_t __real_write(int descriptor, const void *bytes, size_t size);
 int __real_gettimeofday(timeval *now, void *zone);
-void __real__ZN7QThread6usleepEm(unsigned long microseconds);
-void __real__ZN7QThread6msleepEm(unsigned long milliseconds);
 
 int __wrap_socket(int family, int type, int protocol)
 {
@@ -335,22 +282,6 @@ int __wrap_gettimeofday(timeval *now, void *zone)
     const QPair<qint64, qint64> clock = fake->clock();
     *now = {clock.first, clock.second};
     return 0;
-}
-
-void __wrap__ZN7QThread6usleepEm(unsigned long microseconds)
-{
-    if (FakeCanSockets *const fake = theFake)
-        fake->pause(static_cast<qint64>(microseconds));
-    else
-        __real__ZN7QThread6usleepEm(microseconds);
-}
-
-void __wrap__ZN7QThread6msleepEm(unsigned long milliseconds)
-{
-    if (FakeCanSockets *const fake = theFake)
-        fake->pause(static_cast<qint64>(milliseconds) * 1000);
-    else
-        __real__ZN7QThread6msleepEm(milliseconds);
 }
 
 } // extern "C"
