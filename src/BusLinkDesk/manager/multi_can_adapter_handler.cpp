@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include <BusLinkDesk/manager/multi_can_adapter_handler.h>
 
+#include <BusLinkDesk/factory/can_adapter_factory.h>
 #include <BusLinkDesk/manager/adapter_set_p.h>
 
 #include <QtCore/QDeadlineTimer>
 
 #include <iterator>
 #include <limits>
+#include <utility>
 
 namespace {
 
@@ -71,6 +73,16 @@ unsigned short MultiCanAdapterHandler::addNewCanAdapter(AbstractCanAdapter *adap
     mAdapters.insert(id, adapter);
     Q_EMIT adapterMapChanged();
     return id;
+}
+
+void MultiCanAdapterHandler::addAdapterFromByteArray(AbstractCanAdapter::CanAdapterType type, QString name,
+                                                     QByteArray data)
+{
+    AbstractCanAdapter *const adapter = CanAdapterFactory::createCanAdapter(type, std::move(name));
+    if (!adapter)
+        return;
+    adapter->setValuesFromByteArray(std::move(data));
+    addNewCanAdapter(adapter, true, false, false);
 }
 
 void MultiCanAdapterHandler::updateAdapter(unsigned short id, AbstractCanAdapter *adapter)

@@ -58,6 +58,14 @@ public:
     /// drops out, neither stopped nor deleted, and an identifier of 0 is stored under 0 and returned.
     unsigned short addNewCanAdapter(AbstractCanAdapter *adapter, bool keepId = false, bool checkDuplicate = false,
                                     bool makePrimary = false);
+    /// Makes an adapter of a type for a device, restores its configuration from its stored form and takes
+    /// it into the set under the identifier and with the roles that are stored there. So restoring the
+    /// adapters of a saved set one by one restores its order and its roles too.
+    /// *Fails:* silently, with nothing added, for a type that is not allowed or that no back end has.
+    /// *Kept on purpose:* damaged bytes are no failure, the adapter comes with what could be restored, so
+    /// with no bytes under identifier 0. As with `keepId` in `addNewCanAdapter`, an adapter of the same
+    /// identifier drops out, neither stopped nor deleted.
+    void addAdapterFromByteArray(AbstractCanAdapter::CanAdapterType type, QString name, QByteArray data);
     /// Puts `adapter` in the place of the one with this identifier, which is deleted, or adds it there.
     /// Nothing happens for null, and no adapter is deleted in favour of itself.
     /// *Kept on purpose:* the old adapter is not stopped here: end its thread before. Roles are not
