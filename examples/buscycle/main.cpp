@@ -39,7 +39,7 @@ using Settings = buslink::CycleSender::Settings;
 
 struct Options
 {
-    QCommandLineOption adapter = buslink::adapterOption();
+    buslink::AdapterOptions adapter;
     QCommandLineOption interval = {QStringLiteral("interval"), QStringLiteral("Pause after each frame. Default: 100."),
                                    QStringLiteral("milliseconds"), QStringLiteral("100")};
     QCommandLineOption count = {QStringLiteral("count"),
@@ -97,9 +97,8 @@ bool printSentFrames(qint64 frames)
     return false;
 }
 
-int cycle(const QString &adapterText, const Settings &settings)
+int cycle(buslink::AdapterArgument argument, const QString &adapterText, const Settings &settings)
 {
-    buslink::AdapterArgument argument = buslink::createAdapter(adapterText);
     if (!argument.adapter) {
         buslink::complain(argument.error);
         return buslink::ExitUsage;
@@ -144,7 +143,8 @@ int main(int argc, char **argv)
     QCommandLineParser parser;
     parser.setApplicationDescription(QString::fromLatin1(description));
     const Options options;
-    parser.addOptions({options.adapter, options.interval, options.count, options.syncMax});
+    options.adapter.addTo(parser);
+    parser.addOptions({options.interval, options.count, options.syncMax});
     parser.addPositionalArgument(QStringLiteral("frame"), QStringLiteral("The frame to send."));
     if (!buslink::parseArguments(parser, 1))
         return buslink::ExitUsage;
@@ -153,5 +153,5 @@ int main(int argc, char **argv)
         buslink::complain(error);
         return buslink::ExitUsage;
     }
-    return cycle(parser.value(options.adapter), settings);
+    return cycle(options.adapter.createForFrames(parser), options.adapter.text(parser), settings);
 }

@@ -6,6 +6,7 @@
 #include <BusLinkDesk/adapter/abstract_can_adapter.h>
 #include <BusLinkDesk/traffic/can_scheduler.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <poll.h>
@@ -18,6 +19,8 @@ namespace {
 
 // Up to this size a pipe that is ready takes all at once, so that a write neither blocks nor cuts a line.
 constexpr std::size_t TextSizeMax = PIPE_BUF;
+// How much text of a gateway waits for a slow reader.
+constexpr int GatewayTextMax = 1 << 20;
 // More than any line has.
 constexpr std::size_t LineSizeMax = 256;
 
@@ -58,6 +61,23 @@ void FramePrinter::addSender(CanSender *sender)
             Qt::DirectConnection);
 }
 
+void FramePrinter::setGateway(AbstractCanAdapter *gateway)
+{
+    connect(gateway, &AbstractCanAdapter::newCiA309Response, this,
+            [this](const QString &response) { receiveText(response.toUtf8()); });
+}
+
+void FramePrinter::receiveText(const QByteArray &text)
+{
+    if (mGatewayText.size() + text.size() > GatewayTextMax) {
+        const std::lock_guard lock(mMutex);
+        ++mLost;
+        return;
+    }
+    mGatewayText += text;
+    mWritable.setEnabled(!mFinished && !mGatewayText.isEmpty());
+}
+
 qint64 FramePrinter::lostFrames() const
 {
     const std::lock_guard lock(mMutex);
@@ -86,6 +106,11 @@ void FramePrinter::receive(const CAN::CanRxMessage &message)
 
 void FramePrinter::fillText()
 {
+    const auto room = static_cast<int>(TextSizeMax - std::min(TextSizeMax, mText.size()));
+    const QByteArray text = mGatewayText.left(room);
+    mGatewayText.remove(0, text.size());
+    mText += text.toStdString();
+
     const std::lock_guard lock(mMutex);
     while (!mWaiting.empty() && mText.size() + LineSizeMax <= TextSizeMax) {
         const CAN::CanRxMessage &received = mWaiting.front();

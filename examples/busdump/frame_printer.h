@@ -3,6 +3,7 @@
 
 #include <BusLinkDesk/types/can_frames.h>
 
+#include <QtCore/QByteArray>
 #include <QtCore/QObject>
 #include <QtCore/QSocketNotifier>
 #include <QtCore/QString>
@@ -40,12 +41,14 @@ public:
     /// Prints the received frames that a scheduler hands out through this sender. The scheduler's adapter
     /// is gone before the printer is, as above.
     void addSender(CanSender *sender);
+    /// Prints the text that a gateway answers, as it comes. *Thread:* the gateway's is this object's.
+    void setGateway(AbstractCanAdapter *gateway);
     /// Writes what still waits. *Blocks:* while the reader takes something at least every `timeoutMs`.
     void flush(int timeoutMs);
 
     /// Whether the wanted number of frames was written.
     bool isComplete() const { return mSettings.count > 0 && mWritten == mSettings.count; }
-    /// How many frames were lost because the reader was too slow.
+    /// How many frames, or answers of a gateway, were lost because the reader was too slow.
     qint64 lostFrames() const;
     /// What went wrong; empty if nothing did. A reader that went away is nothing wrong.
     QString error() const { return mError; }
@@ -56,6 +59,7 @@ Q_SIGNALS:
 
 private:
     void receive(const CAN::CanRxMessage &message);
+    void receiveText(const QByteArray &text);
     void fillText();
     void writeText();
     void writeFailed(int error);
@@ -70,6 +74,7 @@ private:
     std::deque<CAN::CanRxMessage> mWaiting; // by mMutex, as the two below
     qint64 mReceived = 0;
     qint64 mLost = 0;
+    QByteArray mGatewayText;
     std::string mText;
     qint64 mWritten = 0;
     bool mFinished = false;

@@ -27,6 +27,8 @@ With --id only frames of these identifiers are printed. An identifier is a numbe
 extended frames that carry it both pass. The option can be given several times; where ranges overlap a
 frame is still printed once.
 
+From a gateway comes text, which is printed as it stands.
+
 Exit status:
   0       ended as told
   1       the adapter or writing failed, or frames were lost because writing was too slow
@@ -61,11 +63,15 @@ QString problemOf(const buslink::FramePrinter &printer)
     return printer.error();
 }
 
-int dump(const QString &adapterText, const Wanted &wanted)
+int dump(buslink::AdapterArgument argument, const QString &adapterText, const Wanted &wanted)
 {
-    buslink::AdapterArgument argument = buslink::createAdapter(adapterText);
     if (!argument.adapter) {
         buslink::complain(argument.error);
+        return buslink::ExitUsage;
+    }
+    if (!buslink::carriesFrames(*argument.adapter) && (wanted.count > 0 || !wanted.ids.empty())) {
+        buslink::complain(
+            QStringLiteral("%1: a gateway sends text, without frames to count or choose from").arg(adapterText));
         return buslink::ExitUsage;
     }
 
@@ -74,7 +80,9 @@ int dump(const QString &adapterText, const Wanted &wanted)
     // Behind it stands the owner of the adapter, which stops the adapter before the scheduler goes.
     CanScheduler scheduler(argument.adapter.get());
     buslink::AdapterRun run(std::move(argument.adapter));
-    if (wanted.ids.empty())
+    if (!buslink::carriesFrames(*run.adapter()))
+        printer.setGateway(run.adapter());
+    else if (wanted.ids.empty())
         printer.setAdapter(run.adapter());
     else
         select(wanted.ids, scheduler, printer);
@@ -111,12 +119,13 @@ int main(int argc, char **argv)
     buslink::nameApplication(QStringLiteral("busdump"));
     QCommandLineParser parser;
     parser.setApplicationDescription(QString::fromLatin1(description));
-    const QCommandLineOption adapter = buslink::adapterOption();
+    const buslink::AdapterOptions adapter;
     const QCommandLineOption count(QStringLiteral("count"), QStringLiteral("End after this many frames."),
                                    QStringLiteral("number"));
     const QCommandLineOption id(QStringLiteral("id"), QStringLiteral("Print these alone, as 123 or 100-1FF."),
                                 QStringLiteral("identifiers"));
-    parser.addOptions({adapter, count, id});
+    adapter.addTo(parser);
+    parser.addOptions({count, id});
     if (!buslink::parseArguments(parser, 0))
         return buslink::ExitUsage;
     const std::optional<quint64> frames =
@@ -130,5 +139,5 @@ int main(int argc, char **argv)
         buslink::complain(ids.error);
         return buslink::ExitUsage;
     }
-    return dump(parser.value(adapter), {static_cast<qint64>(*frames), ids.ranges});
+    return dump(adapter.create(parser), adapter.text(parser), {static_cast<qint64>(*frames), ids.ranges});
 }

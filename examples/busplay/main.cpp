@@ -36,14 +36,13 @@ buslink::Descriptor openInput(const QString &path)
     return buslink::Descriptor(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC));
 }
 
-int play(const QString &path, const QString &adapterText, bool fast)
+int play(const QString &path, buslink::AdapterArgument argument, const QString &adapterText, bool fast)
 {
     buslink::Descriptor input = openInput(path);
     if (input.get() < 0) {
         buslink::complain(QStringLiteral("cannot open %1: %2").arg(path, qt_error_string(errno)));
         return buslink::ExitFailed;
     }
-    buslink::AdapterArgument argument = buslink::createAdapter(adapterText);
     if (!argument.adapter) {
         buslink::complain(argument.error);
         return buslink::ExitUsage;
@@ -92,12 +91,14 @@ int main(int argc, char **argv)
     buslink::nameApplication(QStringLiteral("busplay"));
     QCommandLineParser parser;
     parser.setApplicationDescription(QString::fromLatin1(description));
-    const QCommandLineOption adapter = buslink::adapterOption();
+    const buslink::AdapterOptions adapter;
     const QCommandLineOption fast(QStringLiteral("fast"), QStringLiteral("Send without the recorded pauses."));
-    parser.addOptions({adapter, fast});
+    adapter.addTo(parser);
+    parser.addOption(fast);
     parser.addPositionalArgument(QStringLiteral("file"), QStringLiteral("Recording; - or none: standard input."),
                                  QStringLiteral("[file]"));
     if (!buslink::parseArguments(parser, 1))
         return buslink::ExitUsage;
-    return play(parser.positionalArguments().value(0, QStringLiteral("-")), parser.value(adapter), parser.isSet(fast));
+    return play(parser.positionalArguments().value(0, QStringLiteral("-")), adapter.createForFrames(parser),
+                adapter.text(parser), parser.isSet(fast));
 }

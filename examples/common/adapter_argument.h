@@ -7,7 +7,10 @@
 #include <QtCore/QString>
 
 #include <memory>
+#include <optional>
 #include <string>
+
+class QCommandLineParser;
 
 namespace buslink {
 
@@ -19,10 +22,38 @@ struct AdapterArgument
     QString error;                               ///< Empty where there is an adapter.
 };
 
-/// Creates the adapter that the argument names.
-AdapterArgument createAdapter(const QString &argument);
+/// What other arguments say of the adapter; each kind of adapter takes some of them.
+struct AdapterSettings
+{
+    std::optional<quint64> baudrate; ///< Of a serial port, in bit/s.
+    bool halfDuplex = false;         ///< The device sends every frame back.
+    std::optional<quint64> bitrate;  ///< Of the bus, in kbit/s.
+};
 
-/// The option itself, `virtual` where it is not given.
-QCommandLineOption adapterOption();
+/// Creates the adapter that the argument names.
+AdapterArgument createAdapter(const QString &argument, const AdapterSettings &settings = {});
+
+/// Whether adapters of this kind carry frames; the others carry text.
+bool carriesFrames(const AbstractCanAdapter &adapter);
+/// The options that choose an adapter, `virtual` where none is given.
+class AdapterOptions
+{
+public:
+    AdapterOptions();
+    /// Makes the options known.
+    void addTo(QCommandLineParser &parser) const;
+    /// Creates the adapter that the arguments name.
+    AdapterArgument create(const QCommandLineParser &parser) const;
+    /// The same for a program that sends frames, which adapters for text are an error for.
+    AdapterArgument createForFrames(const QCommandLineParser &parser) const;
+    /// The argument of `--adapter`.
+    QString text(const QCommandLineParser &parser) const;
+
+private:
+    QCommandLineOption mAdapter;
+    QCommandLineOption mBaudrate;
+    QCommandLineOption mHalfDuplex;
+    QCommandLineOption mBitrate;
+};
 
 } // namespace buslink

@@ -1,16 +1,21 @@
 // SPDX-License-Identifier: MIT
 #include "common/adapter_argument.h"
 
+#include <BusLinkDesk/backends/can4linux/can4linux_can_adapter.h>
+#include <BusLinkDesk/backends/cia309/cia309_adapter.h>
+#include <BusLinkDesk/backends/serial/zorbek_usb_can_adapter.h>
 #include <BusLinkDesk/backends/socketcan/socket_can_adapter.h>
 #include <BusLinkDesk/backends/virtual/demo_can_adapter.h>
 
+#include <QtCore/QCommandLineParser>
 #include <QtTest/QtTest>
 
 using buslink::AdapterArgument;
 
 namespace {
 
-const QString knownForms = QStringLiteral("virtual[:port] or socketcan:interface");
+const QString knownForms =
+    QStringLiteral("virtual[:port], socketcan:interface, usb:port, can4linux:device or cia309:host[:port]");
 
 } // namespace
 
@@ -121,12 +126,91 @@ private Q_SLOTS:
         QTEST(result.error, "error");
     }
 
-    void theOptionStandsForTheVirtualBus()
+    void serialPortsAreCreatedWithTheirRate()
     {
-        const QCommandLineOption option = buslink::adapterOption();
-        QCOMPARE(option.names(), QStringList{QStringLiteral("adapter")});
-        QCOMPARE(option.defaultValues(), QStringList{QStringLiteral("virtual")});
-        QCOMPARE(option.description(), QStringLiteral("Adapter: %1. Default: virtual.").arg(knownForms));
+        const auto option = [](const AdapterArgument &made, AbstractCanAdapter::AdapterOption number) {
+            return made.adapter->getCanAdapterOption(number);
+        };
+        AdapterArgument result = buslink::createAdapter(QStringLiteral("usb:/dev/ttyUSB7"));
+        QCOMPARE(result.error, QString());
+        QCOMPARE(result.name, std::string("ttyUSB7"));
+        QVERIFY(qobject_cast<ZorbekUSBCanAdapter *>(result.adapter.get()));
+        QCOMPARE(option(result, AbstractCanAdapter::option_baudrate), QVariant(115200U));
+        QCOMPARE(option(result, AbstractCanAdapter::option_halfDuplex), QVariant(false));
+        result = buslink::createAdapter(QStringLiteral("usb:ttyS9"), {9600, true, {}});
+        QCOMPARE(result.name, std::string("ttyS9"));
+        QCOMPARE(option(result, AbstractCanAdapter::option_baudrate), QVariant(9600U));
+        QCOMPARE(option(result, AbstractCanAdapter::option_halfDuplex), QVariant(true));
+        QVERIFY(buslink::carriesFrames(*result.adapter));
+    }
+
+    void devicesOfADriverAreCreated()
+    {
+        const AdapterArgument result = buslink::createAdapter(QStringLiteral("can4linux:/dev/can3"), {{}, false, 250});
+        QCOMPARE(result.error, QString());
+        QCOMPARE(result.name, std::string("can3"));
+        QVERIFY(qobject_cast<Can4linuxCanAdapter *>(result.adapter.get()));
+    }
+
+    void gatewaysAreCreatedAndCarryNoFrames()
+    {
+        const AdapterArgument plain = buslink::createAdapter(QStringLiteral("cia309:gateway"));
+        QVERIFY(qobject_cast<CiA309Adapter *>(plain.adapter.get()));
+        QCOMPARE(plain.name, std::string("cia309"));
+        QCOMPARE(plain.adapter->getCanAdapterOption(AbstractCanAdapter::option_ipAddress).toString(),
+                 QStringLiteral("gateway"));
+        QCOMPARE(plain.adapter->getCanAdapterOption(AbstractCanAdapter::option_portNumber).toInt(), 45674);
+        QVERIFY(!buslink::carriesFrames(*plain.adapter));
+        const AdapterArgument other = buslink::createAdapter(QStringLiteral("cia309:10.0.0.1:99"));
+        QCOMPARE(other.adapter->getCanAdapterOption(AbstractCanAdapter::option_ipAddress).toString(),
+                 QStringLiteral("10.0.0.1"));
+        QCOMPARE(other.adapter->getCanAdapterOption(AbstractCanAdapter::option_portNumber).toInt(), 99);
+    }
+
+    void uselessSettingsAreExplained()
+    {
+        const QString bus = QStringLiteral("virtual");
+        QCOMPARE(buslink::createAdapter(bus, {9600, false, {}}).error,
+                 QStringLiteral("--baudrate has no meaning for virtual"));
+        QCOMPARE(buslink::createAdapter(bus, {{}, true, {}}).error,
+                 QStringLiteral("--half-duplex has no meaning for virtual"));
+        QCOMPARE(buslink::createAdapter(QStringLiteral("usb:x"), {{}, false, 500}).error,
+                 QStringLiteral("--bitrate cannot be set for usb"));
+    }
+
+    void theOptionsStandForTheVirtualBus()
+    {
+        QVERIFY(made({}).error.isEmpty());
+        QVERIFY(qobject_cast<DemoCanAdapter *>(made({}).adapter.get()));
+        QCOMPARE(made({"--baudrate", "0"}).error, QStringLiteral("--baudrate takes a number from 1: '0'"));
+        QCOMPARE(made({"--bitrate", "70000"}).error,
+                 QStringLiteral("--bitrate takes a number from 1 to 65535: '70000'"));
+        QCOMPARE(made({"--adapter", "usb:ttyUSB1", "--half-duplex"}).error, QString());
+    }
+
+    void programsThatSendFramesRefuseAGateway()
+    {
+        QCommandLineParser parser;
+        const buslink::AdapterOptions options;
+        options.addTo(parser);
+        parser.process(QStringList{QStringLiteral("test"), QStringLiteral("--adapter"), QStringLiteral("cia309:gw")});
+        const AdapterArgument result = options.createForFrames(parser);
+        QVERIFY(!result.adapter);
+        QCOMPARE(result.error, QStringLiteral("cia309:gw: a gateway takes text commands and no frames"));
+        QVERIFY(options.create(parser).adapter);
+    }
+
+private:
+    static AdapterArgument made(std::initializer_list<const char *> arguments)
+    {
+        QStringList words{QStringLiteral("test")};
+        for (const char *argument : arguments)
+            words.append(QString::fromLatin1(argument));
+        QCommandLineParser parser;
+        const buslink::AdapterOptions options;
+        options.addTo(parser);
+        parser.process(words);
+        return options.create(parser);
     }
 };
 

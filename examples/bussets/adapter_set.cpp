@@ -1,0 +1,201 @@
+// SPDX-License-Identifier: MIT
+#include "bussets/adapter_set.h"
+
+#include "common/number_argument.h"
+
+#include <BusLinkDesk/factory/can_adapter_factory.h>
+
+#include <optional>
+
+namespace buslink {
+
+namespace {
+
+using A = AbstractCanAdapter;
+
+QString typeLabel(int type)
+{
+    const auto types = CanAdapterFactory::getImplementedAdapters();
+    for (const auto &[label, number] : types) {
+        if (number == type)
+            return label;
+    }
+    return QString::number(type);
+}
+
+QString text(A *adapter, A::AdapterOption option)
+{
+    return adapter->getCanAdapterOption(option).toString();
+}
+
+// The stored form carries no rate.
+void setBitrate(A *adapter, int bitrate)
+{
+    adapter->setBitrate(static_cast<unsigned short>(bitrate));
+    adapter->setCanAdapterOption(A::option_bitrate, bitrate);
+}
+
+QString deviceText(A *adapter)
+{
+    const QString port = text(adapter, A::option_portNumber);
+    switch (adapter->getCanAdapterOption(A::option_adapterType).toInt()) {
+    case A::CanAdapterTypeVirtual:
+        return QStringLiteral("port ") + port;
+    case A::CanAdapterTypeCiA309:
+        return QStringLiteral("%1:%2").arg(text(adapter, A::option_ipAddress), port);
+    default:
+        return text(adapter, A::option_deviceName);
+    }
+}
+
+} // namespace
+
+// The handler leaves its adapters alive.
+AdapterSet::~AdapterSet()
+{
+    mHandler.removeAllAdapters();
+}
+
+QString AdapterSet::restore(const QVector<SavedAdapter> &saved)
+{
+    const auto &map = mHandler.getAdapterMap();
+    for (const SavedAdapter &one : saved) {
+        const unsigned short last = map.isEmpty() ? 0 : map.lastKey();
+        mHandler.addAdapterFromByteArray(A::CanAdapterType(one.type), one.device, one.configuration);
+        // A set is saved in the order of its identifiers, and none of them is 0.
+        if (map.isEmpty() || map.lastKey() <= last)
+            return QStringLiteral("adapter %1 cannot be restored").arg(map.size() + 1);
+        if (one.bitrate > 0)
+            setBitrate(map.last(), one.bitrate);
+    }
+    return {};
+}
+
+QVector<SavedAdapter> AdapterSet::saved()
+{
+    QVector<SavedAdapter> saved;
+    for (const QPointer<A> &adapter : qAsConst(mHandler.getAdapterMap())) {
+        const int type = adapter->getCanAdapterOption(A::option_adapterType).toInt();
+        const auto rate = adapter->getCanAdapterOption(A::option_canBitrateDesc).value<CAN::CANBitrateDesc>();
+        const bool told = CanAdapterFactory::isBaudrateChangeable(A::CanAdapterType(type));
+        saved.append(
+            {type, text(adapter, A::option_deviceName), told ? rate.bitrate : 0, adapter->getValuesAsByteArray()});
+    }
+    return saved;
+}
+
+QString AdapterSet::add(AdapterArgument argument, const QString &description)
+{
+    if (!argument.adapter)
+        return argument.error;
+    argument.adapter->setCanAdapterOption(A::option_description, description);
+    if (mHandler.addNewCanAdapter(argument.adapter.get(), false, true, false) == 0)
+        return QStringLiteral("an adapter like that is in the set");
+    static_cast<void>(argument.adapter.release());
+    return {};
+}
+
+QString AdapterSet::find(const QString &id, unsigned short &number, int &index)
+{
+    const std::optional<quint64> wanted = numberBetween(id, 1, 65535);
+    number = static_cast<unsigned short>(wanted.value_or(0));
+    index = static_cast<int>(mHandler.getAdapterMap().keys().indexOf(number));
+    return index < 0 ? QStringLiteral("there is no adapter %1").arg(id) : QString();
+}
+
+QString AdapterSet::remove(const QString &id)
+{
+    unsigned short number = 0;
+    int index = 0;
+    const QString error = find(id, number, index);
+    if (error.isEmpty())
+        mHandler.removeAdapter(number);
+    return error;
+}
+
+QString AdapterSet::move(const QString &id, MultiCanAdapterHandler::Direction direction)
+{
+    unsigned short number = 0;
+    int index = 0;
+    const QString error = find(id, number, index);
+    if (!error.isEmpty())
+        return error;
+    const bool moved = mHandler.moveAdapter(mHandler.getAdapter(number), direction) != 0;
+    return moved ? QString() : QStringLiteral("adapter %1 cannot be moved further").arg(id);
+}
+
+QString AdapterSet::moveUp(const QString &id)
+{
+    return move(id, MultiCanAdapterHandler::Up);
+}
+
+QString AdapterSet::moveDown(const QString &id)
+{
+    return move(id, MultiCanAdapterHandler::Down);
+}
+
+QString AdapterSet::makePrimary(const QString &id)
+{
+    unsigned short number = 0;
+    int index = 0;
+    const QString error = find(id, number, index);
+    if (error.isEmpty())
+        mHandler.setPrimaryAdapterByID(number);
+    return error;
+}
+
+QString AdapterSet::setActive(const QString &id, bool active)
+{
+    unsigned short number = 0;
+    int index = 0;
+    const QString error = find(id, number, index);
+    if (!error.isEmpty())
+        return error;
+    switch (mHandler.getAdapter(number)->isActiveAdapter() == active ? 0 : mHandler.couldActiveChanged(index)) {
+    case 1:
+        return QStringLiteral("another adapter for the same device is active");
+    case 2:
+        return QStringLiteral("adapter %1 is the primary one").arg(id);
+    default:
+        mHandler.handleActiveChanged(index, active);
+        return {};
+    }
+}
+
+QString AdapterSet::makeActive(const QString &id)
+{
+    return setActive(id, true);
+}
+
+QString AdapterSet::makeInactive(const QString &id)
+{
+    return setActive(id, false);
+}
+
+QStringList AdapterSet::lines()
+{
+    if (mHandler.getAdapterCount() == 0)
+        return {QStringLiteral("no adapters")};
+    QStringList lines{QStringLiteral("%1  %2  %3  %4  %5")
+                          .arg(QStringLiteral("id"), 5)
+                          .arg(QStringLiteral("role"), -7)
+                          .arg(QStringLiteral("type"), -14)
+                          .arg(QStringLiteral("device"), -20)
+                          .arg(QStringLiteral("description"))};
+    const auto &map = mHandler.getAdapterMap();
+    for (auto entry = map.begin(); entry != map.end(); ++entry) {
+        A *const adapter = entry.value();
+        const QString role = adapter->isPrimaryAdapter()  ? QStringLiteral("primary")
+                             : adapter->isActiveAdapter() ? QStringLiteral("active")
+                                                          : QStringLiteral("-");
+        lines.append(QStringLiteral("%1  %2  %3  ")
+                         .arg(entry.key(), 5)
+                         .arg(role, -7)
+                         .arg(typeLabel(adapter->getCanAdapterOption(A::option_adapterType).toInt()), -14)
+                     + deviceText(adapter).leftJustified(20) + QStringLiteral("  ")
+                     + text(adapter, A::option_description));
+    }
+    return lines;
+}
+
+} // namespace buslink

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "bussets/set_file.h"
+#include "common/adapter_argument.h"
+
+#include <BusLinkDesk/manager/multi_can_adapter_handler.h>
+
+#include <QtCore/QStringList>
+
+namespace buslink {
+
+/// A set of adapters as the program's commands see it: each returns why it could not be done, or an empty
+/// text. An adapter is named by its identifier, the number in front of its line.
+class AdapterSet
+{
+public:
+    ~AdapterSet();
+
+    /// Makes the adapters of a file. After an error the set is of no use.
+    QString restore(const QVector<SavedAdapter> &saved);
+    /// What brings the set back.
+    QVector<SavedAdapter> saved();
+
+    QString add(AdapterArgument argument, const QString &description);
+    QString remove(const QString &id);
+    QString moveUp(const QString &id);
+    QString moveDown(const QString &id);
+    QString makePrimary(const QString &id);
+    QString makeActive(const QString &id);
+    QString makeInactive(const QString &id);
+
+    /// One line an adapter, in the order of the identifiers, below a heading; a single line for an empty set.
+    QStringList lines();
+
+private:
+    QString move(const QString &id, MultiCanAdapterHandler::Direction direction);
+    QString setActive(const QString &id, bool active);
+    QString find(const QString &id, unsigned short &number, int &index);
+
+    MultiCanAdapterHandler mHandler;
+};
+
+} // namespace buslink
