@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -105,7 +106,7 @@ public:
         return true;
     }
 
-    int print() const { return printResult(mCount.load() - 1, mBegin, mEnd); }
+    int print() const { return printResult(std::max(mCount.load() - 1, 0L), mBegin, mEnd); }
 
     static constexpr int PollMilliseconds = 20;
 

@@ -8,6 +8,7 @@
 #include <QtCore/QCoreApplication>
 #include <QtCore/QFile>
 
+#include <algorithm>
 #include <net/if.h>
 #include <unistd.h>
 
@@ -118,7 +119,7 @@ std::optional<PeerResult> runReceiver(const CanPeer &peer, int frames, double fr
         return std::nullopt;
     if (peer.measuresItself)
         return printedResult(end);
-    return PeerResult{double(end.output.count('\n') - 1), end.lastOutput - begin,
+    return PeerResult{double(std::max(end.output.count('\n') - 1, 0)), end.lastOutput - begin,
                       end.processorSeconds - processorBefore};
 }
 
