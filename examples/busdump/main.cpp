@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "busdump/frame_printer.h"
 #include "busdump/id_argument.h"
+#include "busdump/interface_list.h"
 #include "common/adapter_argument.h"
 #include "common/adapter_run.h"
 #include "common/number_argument.h"
@@ -26,6 +27,9 @@ busdump ends after --count frames, at Ctrl-C, and when nobody reads its output a
 With --id only frames of these identifiers are printed. An identifier is a number here: standard and
 extended frames that carry it both pass. The option can be given several times; where ranges overlap a
 frame is still printed once.
+
+With --list it prints the CAN interfaces of this machine instead: who made the hardware, whether
+CAN FD passes, and the bit rates, where these are known.
 
 Exit status:
   0       ended as told
@@ -102,6 +106,11 @@ int dump(const QString &adapterText, const Wanted &wanted)
     return buslink::ExitDone;
 }
 
+int printInterfaces()
+{
+    return buslink::print(buslink::interfaceTable(buslink::findInterfaces())) ? buslink::ExitDone : buslink::ExitFailed;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -116,9 +125,16 @@ int main(int argc, char **argv)
                                    QStringLiteral("number"));
     const QCommandLineOption id(QStringLiteral("id"), QStringLiteral("Print these alone, as 123 or 100-1FF."),
                                 QStringLiteral("identifiers"));
-    parser.addOptions({adapter, count, id});
+    const QCommandLineOption list(QStringLiteral("list"), QStringLiteral("Print the CAN interfaces found, and end."));
+    parser.addOptions({adapter, count, id, list});
     if (!buslink::parseArguments(parser, 0))
         return buslink::ExitUsage;
+    if (parser.isSet(list)) {
+        if (parser.optionNames().size() == 1)
+            return printInterfaces();
+        buslink::complain(QStringLiteral("--list goes with no other option"));
+        return buslink::ExitUsage;
+    }
     const std::optional<quint64> frames =
         parser.isSet(count) ? buslink::numberBetween(parser.value(count), 1, CountMax) : 0;
     if (!frames) {
