@@ -10,8 +10,6 @@
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>
 
-#include <cerrno>
-#include <cstdio>
 #include <limits>
 
 namespace {
@@ -88,15 +86,6 @@ QString readSettings(const QCommandLineParser &parser, const Options &options, S
     return error;
 }
 
-bool printSentFrames(qint64 frames)
-{
-    std::printf("frames sent: %lld\n", frames);
-    if (std::fflush(stdout) == 0)
-        return true;
-    buslink::complain(QStringLiteral("cannot write to standard output: %1").arg(qt_error_string(errno)));
-    return false;
-}
-
 int cycle(buslink::AdapterArgument argument, const QString &adapterText, const Settings &settings)
 {
     if (!argument.adapter) {
@@ -125,7 +114,7 @@ int cycle(buslink::AdapterArgument argument, const QString &adapterText, const S
     const QString error = run.problem().isEmpty() ? sender.error() : run.problem();
     if (!error.isEmpty())
         buslink::complain(QStringLiteral("%1: %2").arg(adapterText, error));
-    const bool printed = printSentFrames(sender.sentFrames());
+    const bool printed = buslink::print(QStringLiteral("frames sent: %1\n").arg(sender.sentFrames()));
     if (!error.isEmpty() || !printed)
         return buslink::ExitFailed;
     if (stopSignal != 0 && settings.count > 0 && !sender.isComplete())

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "busdump/frame_printer.h"
 #include "busdump/id_argument.h"
+#include "busdump/interface_list.h"
 #include "common/adapter_argument.h"
 #include "common/adapter_run.h"
 #include "common/number_argument.h"
@@ -28,6 +29,9 @@ extended frames that carry it both pass. The option can be given several times; 
 frame is still printed once.
 
 From a gateway comes text, which is printed as it stands.
+
+With --list it prints the adapters of this machine instead: the CAN interfaces with who made the
+hardware, whether CAN FD passes, and the bit rates, where these are known, and what else there is.
 
 Exit status:
   0       ended as told
@@ -110,6 +114,13 @@ int dump(buslink::AdapterArgument argument, const QString &adapterText, const Wa
     return buslink::ExitDone;
 }
 
+int printAdapters()
+{
+    const QString text = buslink::interfaceTable(buslink::findInterfaces()) + QLatin1Char('\n')
+                         + buslink::adapterTable(buslink::findOtherAdapters());
+    return buslink::print(text) ? buslink::ExitDone : buslink::ExitFailed;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -124,10 +135,17 @@ int main(int argc, char **argv)
                                    QStringLiteral("number"));
     const QCommandLineOption id(QStringLiteral("id"), QStringLiteral("Print these alone, as 123 or 100-1FF."),
                                 QStringLiteral("identifiers"));
+    const QCommandLineOption list(QStringLiteral("list"), QStringLiteral("Print the adapters found, and end."));
     adapter.addTo(parser);
-    parser.addOptions({count, id});
+    parser.addOptions({count, id, list});
     if (!buslink::parseArguments(parser, 0))
         return buslink::ExitUsage;
+    if (parser.isSet(list)) {
+        if (parser.optionNames().size() == 1)
+            return printAdapters();
+        buslink::complain(QStringLiteral("--list goes with no other option"));
+        return buslink::ExitUsage;
+    }
     const std::optional<quint64> frames =
         parser.isSet(count) ? buslink::numberBetween(parser.value(count), 1, CountMax) : 0;
     if (!frames) {

@@ -6,9 +6,6 @@
 #include <QtCore/QCoreApplication>
 #include <QtCore/QLoggingCategory>
 
-#include <cerrno>
-#include <cstdio>
-
 namespace {
 
 constexpr const char *description = R"(Keeps a set of adapters in a file, with their order and roles.
@@ -59,16 +56,6 @@ const Command *commandOf(const QStringList &words)
     return nullptr;
 }
 
-bool print(const QStringList &lines)
-{
-    for (const QString &line : lines)
-        std::printf("%s\n", line.toLocal8Bit().constData());
-    if (std::fflush(stdout) == 0)
-        return true;
-    buslink::complain(QStringLiteral("cannot write to standard output: %1").arg(qt_error_string(errno)));
-    return false;
-}
-
 int run(const QString &path, const Command &command, const QString &argument, buslink::AdapterArgument adapter)
 {
     const buslink::SetFile file = buslink::loadSet(path);
@@ -80,7 +67,8 @@ int run(const QString &path, const Command &command, const QString &argument, bu
     }
     const QLatin1String word(command.word);
     if (word == QLatin1String("list"))
-        return print(set.lines()) ? buslink::ExitDone : buslink::ExitFailed;
+        return buslink::print(set.lines().join(QLatin1Char('\n')) + QLatin1Char('\n')) ? buslink::ExitDone
+                                                                                       : buslink::ExitFailed;
     QString error = command.act ? (set.*command.act)(argument) : set.add(std::move(adapter), argument);
     if (error.isEmpty()) {
         error = buslink::saveSet(path, set.saved());

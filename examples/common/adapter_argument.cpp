@@ -182,6 +182,16 @@ AdapterArgument createAdapter(const QString &argument, const AdapterSettings &se
     return result;
 }
 
+QString adapterArgumentOf(AbstractCanAdapter::CanAdapterType type, const QString &device)
+{
+    const auto *const kind = std::find_if(adapterKinds.begin(), adapterKinds.end(),
+                                          [type](const AdapterKind &one) { return one.type == type; });
+    if (kind == adapterKinds.end())
+        return device;
+    const bool named = !device.isEmpty() && type != A::CanAdapterTypeVirtual;
+    return named ? QLatin1String(kind->word) + QLatin1Char(':') + device : QString::fromLatin1(kind->form);
+}
+
 bool carriesFrames(const AbstractCanAdapter &adapter)
 {
     return !adapter.getCanAdapterOption(A::option_isCiA309).toBool();

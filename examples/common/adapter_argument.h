@@ -33,6 +33,9 @@ struct AdapterSettings
 /// Creates the adapter that the argument names.
 AdapterArgument createAdapter(const QString &argument, const AdapterSettings &settings = {});
 
+/// The argument for a device as the factory lists it; the form of the argument where the kind has no devices.
+QString adapterArgumentOf(AbstractCanAdapter::CanAdapterType type, const QString &device);
+
 /// Whether adapters of this kind carry frames; the others carry text.
 bool carriesFrames(const AbstractCanAdapter &adapter);
 /// The options that choose an adapter, `virtual` where none is given.

@@ -4,6 +4,7 @@
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>
@@ -15,6 +16,16 @@ void complain(const QString &message)
 {
     const QByteArray text = (QCoreApplication::applicationName() + QStringLiteral(": ") + message).toLocal8Bit();
     std::fprintf(stderr, "%s\n", text.constData());
+}
+
+bool print(const QString &text)
+{
+    const QByteArray bytes = text.toLocal8Bit();
+    const auto size = static_cast<std::size_t>(bytes.size());
+    if (std::fwrite(bytes.constData(), 1, size, stdout) == size && std::fflush(stdout) == 0)
+        return true;
+    complain(QStringLiteral("cannot write to standard output: %1").arg(qt_error_string(errno)));
+    return false;
 }
 
 void prepareProcess()

@@ -19,6 +19,10 @@ enum ExitStatus : int {
 /// Writes a message for the user to standard error, behind the name of the program.
 void complain(const QString &message);
 
+/// Writes text to standard output and does not return before it is there.
+/// *Fails:* false, after a message.
+bool print(const QString &text);
+
 /// Prepares the process: a reader that goes away shows in the result of a write, and standard input,
 /// output and error are open, so that no other file gets their numbers.
 void prepareProcess();

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Discovery by the real program, and by stand-ins for it that print what cannot be had here.
 #include "socketcan_guest.h"
+#include "support/repeated.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QElapsedTimer>
@@ -148,7 +149,7 @@ private Q_SLOTS:
             QSKIP("no controllers");
         const QStringList names = namesOfTheKernel();
         QCOMPARE(names.size(), 4);
-        QTRY_COMPARE_WITH_TIMEOUT(SocketCanAdapter::getDeviceList({}), names, WaitMs);
+        QCOMPARE(repeatedUntil(names, [] { return devicesOf({}); }), names);
         const StandIn program(realProgram);
         QCOMPARE(program.answerTo([] { return devicesOf({peak}); }), QStringList());
         QCOMPARE(program.answerTo([] { return devicesOf({AbstractCanAdapter::CanAdapterTypeSocketCan}); }),
@@ -163,8 +164,10 @@ private Q_SLOTS:
                         " && ip link set vcan1 down && ip link set vcan1 name body"),
                  QString());
         QStringList names;
-        QTRY_VERIFY_WITH_TIMEOUT((names = SocketCanAdapter::getDeviceList({})).contains(QStringLiteral("body")),
-                                 WaitMs);
+        QVERIFY(repeatedUntil(true, [&names] {
+            names = devicesOf({});
+            return names.contains(QStringLiteral("body"));
+        }));
         QCOMPARE(change("ip link del br0; ip link del veth0; ip link del dummy0"), QString());
         QCOMPARE(names.filter(QRegularExpression(QStringLiteral("br0|veth|dummy|engine"))), QStringList());
         QVERIFY(names.contains(QStringLiteral("vcan0")));
@@ -173,8 +176,8 @@ private Q_SLOTS:
     void linkWithAPeerIsListedAsTheProgramNamesIt()
     {
         QCOMPARE(change("ip link add dev left type vxcan peer name right"), QString());
-        QTRY_VERIFY_WITH_TIMEOUT(SocketCanAdapter::getDeviceList({}).contains(QStringLiteral("left@right")), WaitMs);
-        QTRY_VERIFY_WITH_TIMEOUT(SocketCanAdapter::getDeviceList({}).contains(QStringLiteral("right@left")), WaitMs);
+        for (const QString &device : {QStringLiteral("left@right"), QStringLiteral("right@left")})
+            QVERIFY(repeatedUntil(true, [&device] { return devicesOf({}).contains(device); }));
     }
 
     void withoutCanInterfacesTheUsualNamesAreGiven()
@@ -189,16 +192,21 @@ private Q_SLOTS:
     {
         if (!hasControllers())
             QSKIP("no controllers");
-        QTRY_COMPARE_WITH_TIMEOUT(numbersOf("can0"), (QVector<int>{0, 500, 0, 100}), WaitMs);
-        QTRY_COMPARE_WITH_TIMEOUT(numbersOf(" can0 | PEAK"), (QVector<int>{0, 500, 0, 100}), WaitMs);
-        QTRY_COMPARE_WITH_TIMEOUT(rateOf("can0"), QStringLiteral("500"), WaitMs);
+        QCOMPARE(repeatedUntil(QVector<int>{0, 500, 0, 100}, [] { return numbersOf("can0"); }),
+                 (QVector<int>{0, 500, 0, 100}));
+        QCOMPARE(repeatedUntil(QVector<int>{0, 500, 0, 100}, [] { return numbersOf(" can0 | PEAK"); }),
+                 (QVector<int>{0, 500, 0, 100}));
+        QCOMPARE(repeatedUntil(QStringLiteral("500"), [] { return rateOf("can0"); }), QStringLiteral("500"));
         QCOMPARE(change("ip link set can0 down"), QString());
-        QTRY_COMPARE_WITH_TIMEOUT(numbersOf("can0"), (QVector<int>{0, 500, 0, 100}), WaitMs);
+        QCOMPARE(repeatedUntil(QVector<int>{0, 500, 0, 100}, [] { return numbersOf("can0"); }),
+                 (QVector<int>{0, 500, 0, 100}));
         QCOMPARE(change("ip link set can0 type can bitrate 83333 restart-ms 0"), QString());
-        QTRY_COMPARE_WITH_TIMEOUT(numbersOf("can0"), (QVector<int>{0, 83, 0, 0}), WaitMs);
-        QTRY_COMPARE_WITH_TIMEOUT(rateOf("can0"), QStringLiteral("83"), WaitMs);
+        QCOMPARE(repeatedUntil(QVector<int>{0, 83, 0, 0}, [] { return numbersOf("can0"); }),
+                 (QVector<int>{0, 83, 0, 0}));
+        QCOMPARE(repeatedUntil(QStringLiteral("83"), [] { return rateOf("can0"); }), QStringLiteral("83"));
         QCOMPARE(change("ip link set can0 type can bitrate 125000 restart-ms 1500 && ip link set can0 up"), QString());
-        QTRY_COMPARE_WITH_TIMEOUT(numbersOf("can0"), (QVector<int>{0, 125, 0, 1500}), WaitMs);
+        QCOMPARE(repeatedUntil(QVector<int>{0, 125, 0, 1500}, [] { return numbersOf("can0"); }),
+                 (QVector<int>{0, 125, 0, 1500}));
     }
 
     void virtualInterfaceTellsCanFdAndNoRates()
@@ -260,7 +268,7 @@ esac
         QElapsedTimer timer;
         timer.start();
         // What came before the time was over counts.
-        QTRY_COMPARE_WITH_TIMEOUT(rateOf("can0"), QStringLiteral("250"), WaitMs);
+        QCOMPARE(repeatedUntil(QStringLiteral("250"), [] { return rateOf("can0"); }), QStringLiteral("250"));
         QVERIFY(timer.elapsed() >= 1000);
         QVERIFY(timer.elapsed() < 2LL * WaitMs);
         QFile file(number);

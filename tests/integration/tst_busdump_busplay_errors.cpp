@@ -9,6 +9,19 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+namespace {
+
+bool kernelHasCan()
+{
+    const int probe = ::socket(PF_CAN, SOCK_RAW, CAN_RAW);
+    if (probe < 0)
+        return false;
+    ::close(probe);
+    return true;
+}
+
+} // namespace
+
 class TestBusdumpBusplayErrors : public QObject, private ExamplePrograms
 {
     Q_OBJECT
@@ -65,16 +78,26 @@ private Q_SLOTS:
         QFETCH(QString, more);
         QFETCH(QByteArray, output);
         QFETCH(QByteArray, behindTheReason);
-        const int probe = ::socket(PF_CAN, SOCK_RAW, CAN_RAW);
         const QByteArray reason =
-            probe < 0 ? "socket: Address family not supported by protocol\n" : "SIOCGIFINDEX: No such device\n";
-        ::close(probe);
+            kernelHasCan() ? "SIOCGIFINDEX: No such device\n" : "socket: Address family not supported by protocol\n";
         Program run(program, {QStringLiteral("--adapter"), QStringLiteral("socketcan:nothing0"), more});
         run.start();
         QCOMPARE(run.waitForStatus(), 1);
         QCOMPARE(run.errors(), reason + QTest::currentDataTag()
                                    + ": socketcan:nothing0: the adapter could not be opened" + behindTheReason + '\n');
         QCOMPARE(run.output(), output);
+    }
+
+    void aMachineWithoutCanHasNoInterfacesToList()
+    {
+        if (kernelHasCan())
+            QSKIP("this machine's kernel has CAN");
+        Program list(busdump, {QStringLiteral("--list")});
+        list.start();
+        QCOMPARE(list.waitForStatus(), 0);
+        QVERIFY2(list.output().startsWith("no CAN interfaces found\n\nOTHER ADAPTERS"), list.output().constData());
+        QVERIFY(list.output().contains("\nvirtual[:port]"));
+        QCOMPARE(list.errors(), QByteArray());
     }
 
     void wrongArgumentsAreRefused_data()
@@ -104,6 +127,8 @@ private Q_SLOTS:
             "busdump: --id: no identifier is above 1FFFFFFF: '20000000'");
         row("range backwards", busdump, "--id 7 --id 1FF-100",
             "busdump: --id: the lower end of a range comes first: '1FF-100'");
+        row("list and another option", busdump, "--list --count 1", "busdump: --list goes with no other option");
+        row("list by busplay", busplay, "--list", "busplay: Unknown option 'list'.");
         row("too many identifiers", busdump, "--id 0-1FFFFFFF",
             "busdump: --id: 536870912 identifiers, but each costs memory, and 1000000 are the most");
     }
@@ -177,6 +202,15 @@ private Q_SLOTS:
         QCOMPARE(framesOf(reader.output()), QList<QByteArray>{"00000000#"});
         QCOMPARE(dump.waitForStatus(), 0);
         QCOMPARE(dump.errors(), QByteArray());
+    }
+
+    void aListThatCannotBeWrittenIsAnError()
+    {
+        Program list(QStringLiteral("/bin/sh"),
+                     {QStringLiteral("-c"), QStringLiteral("exec \"$0\" --list >/dev/full"), busdump});
+        list.start();
+        QCOMPARE(list.waitForStatus(), 1);
+        QCOMPARE(list.errors(), QByteArray("busdump: cannot write to standard output: No space left on device\n"));
     }
 
     void outputThatCannotBeWrittenIsAnError_data()

@@ -4,6 +4,7 @@
 #include <BusLinkDesk/backends/socketcan/socket_can_adapter.h>
 
 #include "support/log_recorder.h"
+#include "support/repeated.h"
 #include "support/stderr_recorder.h"
 
 #include <QtTest/QtTest>
@@ -28,6 +29,11 @@ constexpr int WaitMs = 60000;
 QString shell(const char *script)
 {
     return buslink::outputOfProgram(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), QString::fromUtf8(script)});
+}
+
+QString shellUntil(const QString &expected, const char *script)
+{
+    return repeatedUntil(expected, [script] { return shell(script); });
 }
 
 const QString listArguments = QStringLiteral("-det -p link");
@@ -119,7 +125,8 @@ private Q_SLOTS:
         const LogRecorder log;
         const StderrRecorder errors;
         const QStringList arguments{QStringLiteral("link"), QStringLiteral("show"), QStringLiteral("lo")};
-        QTRY_VERIFY_WITH_TIMEOUT(buslink::outputOfIp(arguments).contains(QLatin1String("link/loopback")), WaitMs);
+        const auto isFound = [&] { return buslink::outputOfIp(arguments).contains(QLatin1String("link/loopback")); };
+        QVERIFY(repeatedUntil(true, isFound));
         QVERIFY(!SocketCanAdapter::getDeviceList({}).isEmpty());
         QCOMPARE(SocketCanAdapter::getDeviceList({AbstractCanAdapter::CanAdapterTypeSocketCan}), QStringList());
         QCOMPARE(SocketCanAdapter::getSocketCanProps(QStringLiteral("lo")).bitrate, quint16(0));
@@ -130,16 +137,17 @@ private Q_SLOTS:
 
     void outputIsTakenWhateverTheProgramEndsWith()
     {
-        QTRY_COMPARE_WITH_TIMEOUT(shell("echo out; echo err >&2; exit 3"), QStringLiteral("out\n"), WaitMs);
-        QTRY_COMPARE_WITH_TIMEOUT(shell("printf 'one\\000two'"), QStringLiteral("one"), WaitMs);
-        QTRY_COMPARE_WITH_TIMEOUT(shell("printf 'caf\\303\\251'"), QString::fromUtf8("caf\u00e9"), WaitMs);
+        QCOMPARE(shellUntil(QStringLiteral("out\n"), "echo out; echo err >&2; exit 3"), QStringLiteral("out\n"));
+        QCOMPARE(shellUntil(QStringLiteral("one"), "printf 'one\\000two'"), QStringLiteral("one"));
+        QCOMPARE(shellUntil(QString::fromUtf8("caf\u00e9"), "printf 'caf\\303\\251'"), QString::fromUtf8("caf\u00e9"));
         QCOMPARE(shell("kill -9 $$"), QString());
     }
 
     // One that is closed would end the wait for a line.
     void standardInputStaysOpen()
     {
-        QTRY_COMPARE_WITH_TIMEOUT(shell("echo begun; read -r line; echo ended"), QStringLiteral("begun\n"), WaitMs);
+        QCOMPARE(shellUntil(QStringLiteral("begun\n"), "echo begun; read -r line; echo ended"),
+                 QStringLiteral("begun\n"));
     }
 
     void outputLargerThanAPipeIsTakenWhole()
@@ -147,9 +155,7 @@ private Q_SLOTS:
         QString expected;
         for (int number = 1; number <= 50000; ++number)
             expected += QString::number(number) + QLatin1Char('\n');
-        bool same = false; // Too long to be shown.
-        QTRY_VERIFY_WITH_TIMEOUT((same = shell("seq 1 50000") == expected), WaitMs);
-        QVERIFY(same);
+        QVERIFY(shellUntil(expected, "seq 1 50000") == expected); // Too long to be shown.
     }
 
     void missingProgramPrintsNothingAndIsNotLogged()
