@@ -23,7 +23,7 @@ UMockdevTestbed *testbed()
 
 QByteArray description(const QByteArray &name)
 {
-    static constexpr const char *Text = "P: /devices/usb1/1-1/%N/tty/%N\n"
+    static constexpr const char *text = "P: /devices/usb1/1-1/%N/tty/%N\n"
                                         "N: %N\n"
                                         "E: DEVNAME=/dev/%N\n"
                                         "E: SUBSYSTEM=tty\n"
@@ -39,7 +39,7 @@ QByteArray description(const QByteArray &name)
                                         "E: DRIVER=ftdi_sio\n"
                                         "L: driver=../../../../bus/usb-serial/drivers/ftdi_sio\n";
     static int minor = 0;
-    return QByteArray(Text).replace("%N", name).replace("%M", QByteArray::number(minor++));
+    return QByteArray(text).replace("%N", name).replace("%M", QByteArray::number(minor++));
 }
 
 // The entry of a pseudo-terminal stays behind when its port is removed, and the next port cannot have the

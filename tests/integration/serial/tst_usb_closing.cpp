@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The ways in which the USB adapter gives its port back, and that it can be opened again.
-#include "live_usb_adapter.h"
+#include "usb_line.h"
 
 #include <QtCore/QDir>
 #include <QtSerialPort/QSerialPortInfo>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Devices that fall silent or are pulled out while the USB adapter runs.
-#include "live_usb_adapter.h"
+#include "usb_line.h"
 
 #include <QtCore/QFile>
 
@@ -21,17 +21,6 @@ qint64 sleepsOf(int thread)
             return line.mid(line.indexOf(':') + 1).trimmed().toLongLong();
     }
     return -1;
-}
-
-/// Whether these are what a dead port reports: failed reads, and in pairs failed calls of other kinds.
-bool deadPortRecordsAlone(QStringList records)
-{
-    records.removeAll(QStringLiteral("ReadError"));
-    for (int index = 0; index < records.size(); ++index) {
-        if (records.at(index) != QLatin1String(index % 2 ? "ResourceError" : "ressource error"))
-            return false;
-    }
-    return records.size() % 2 == 0;
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Opening the USB adapter on a real serial stack, and everything that can go wrong there.
-#include "live_usb_adapter.h"
+#include "usb_line.h"
 
 #include <QtCore/QThreadPool>
 #include <QtSerialPort/QSerialPortInfo>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What the USB adapter makes of the bytes that a device sends, whole, cut, damaged or foreign.
-#include "live_usb_adapter.h"
+#include "usb_line.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Text commands: a blank and a carriage return, the device's answer to it, then the text.
-#include "live_usb_adapter.h"
+#include "usb_line.h"
 
 #include <atomic>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What the USB adapter puts on the line, the echoes of it, the stamps, and load in both directions.
-#include "live_usb_adapter.h"
+#include "usb_line.h"
 
 #include <QtCore/QDateTime>
 
@@ -153,8 +153,8 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(frames.count(), 2, WaitMs);
         const qint64 passed = before.msecsTo(QDateTime::currentDateTime());
         for (const CAN::CanRxMessage &frame : frames.frames()) {
-            constexpr qint64 Day = 24 * 60 * 60 * 1000;
-            const qint64 later = (milliseconds(frame.timeStamp) - before.time().msecsSinceStartOfDay() + Day) % Day;
+            constexpr qint64 day = 24 * 60 * 60 * qint64(1000);
+            const qint64 later = (milliseconds(frame.timeStamp) - before.time().msecsSinceStartOfDay() + day) % day;
             QVERIFY2(later <= passed, qPrintable(QString::number(later)));
         }
     }
@@ -162,27 +162,27 @@ private Q_SLOTS:
     void floodInBothDirectionsAtOnceLosesNothing()
     {
 #ifdef __SANITIZE_ADDRESS__
-        constexpr quint32 Frames = 3000;
+        constexpr quint32 frameCount = 3000;
 #else
-        constexpr quint32 Frames = 30000;
+        constexpr quint32 frameCount = 30'000;
 #endif
         UsbLine line;
         line.adapter->setEcho(false);
         FrameRecorder frames(line.adapter.get());
         QVERIFY(line.open());
         QByteArray stream;
-        for (quint32 number = 0; number < Frames; ++number)
+        for (quint32 number = 0; number < frameCount; ++number)
             stream += wire(variedFrame(number));
         const LogRecorder log;
         std::thread writer([&line] {
-            for (quint32 number = 0; number < Frames; ++number)
+            for (quint32 number = 0; number < frameCount; ++number)
                 line.adapter->write(variedFrame(number));
         });
         // Unequal pieces, so that messages are cut anywhere.
         line.device.setPieces(997, 0);
         line.device.send(stream);
         writer.join();
-        QTRY_COMPARE_WITH_TIMEOUT(frames.count(), int(Frames), 120'000);
+        QTRY_COMPARE_WITH_TIMEOUT(frames.count(), int(frameCount), 120'000);
         QTRY_COMPARE_WITH_TIMEOUT(line.device.receivedCount(), stream.size(), 120'000);
         QVERIFY(line.device.received() == stream);
         const QVector<CAN::CanRxMessage> received = frames.frames();
