@@ -74,8 +74,8 @@ double encodedPerSecond(int frames)
 double decodedPerSecond(int frames)
 {
     // As in the loop: chunks of what a port holds, each message removed from the front.
-    constexpr int Chunk = 256;
-    const QByteArray chunk = streamOf(Chunk);
+    constexpr int framesInChunk = 256;
+    const QByteArray chunk = streamOf(framesInChunk);
     CAN::CanMessage frame;
     int decoded = 0;
     const double seconds = secondsOf([&] {
@@ -150,11 +150,13 @@ double bareTransmittedPerSecond(int frames)
 {
     BareLine line;
     const QByteArray stream = streamOf(frames);
-    const int size = stream.size() / frames;
     return frames / secondsOf([&] {
-               for (int number = 0; number < frames; ++number) {
-                   while (::write(line.descriptor, stream.constData() + number * size, static_cast<std::size_t>(size))
-                          != size)
+               for (const char *next = stream.cbegin(); next != stream.cend();) {
+                   const ssize_t written =
+                       ::write(line.descriptor, next, static_cast<std::size_t>(stream.cend() - next));
+                   if (written > 0)
+                       next += written;
+                   else
                        line.waitFor(POLLOUT);
                }
                while (line.device.receivedCount() < stream.size())
