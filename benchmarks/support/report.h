@@ -57,6 +57,7 @@ template <typename Call>
 double medianOfRuns(int repetitions, Call call)
 {
     std::vector<double> values;
+    values.reserve(static_cast<std::size_t>(repetitions));
     for (int run = 0; run < repetitions; ++run)
         values.push_back(call());
     return medianOf(std::move(values));

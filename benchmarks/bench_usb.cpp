@@ -1,0 +1,276 @@
+// SPDX-License-Identifier: MIT
+// The USB adapter: its wire format beside a copy of the same bytes, its loop beside bare system calls on the same
+// pseudo-terminal, and what an adapter costs that has nothing to do.
+#include "support/report.h"
+
+#include <BusLinkDesk/backends/serial/usb_message_p.h>
+#include <BusLinkDesk/backends/serial/zorbek_usb_can_adapter.h>
+
+#include "support/mock_serial_port.h"
+#include "support/simulated_usb_device.h"
+
+#include <QtCore/QCoreApplication>
+
+#include <array>
+#include <atomic>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+CAN::CanMessage frameOf(quint32 number)
+{
+    CAN::CanMessage frame;
+    frame.id = number & 0x7FFU;
+    frame.length = 8;
+    std::memcpy(frame.data, "\x80\x01\xFE\x7F\x55\xAA\x00\xFF", 8);
+    return frame;
+}
+
+QByteArray streamOf(int frames)
+{
+    QByteArray stream;
+    for (int number = 0; number < frames; ++number) {
+        const buslink::UsbMessage message = buslink::encodeUsbMessage(frameOf(static_cast<quint32>(number)));
+        stream.append(message.bytes.data(), message.size);
+    }
+    return stream;
+}
+
+void nap()
+{
+    std::this_thread::sleep_for(std::chrono::microseconds(50));
+}
+
+double copiesPerSecond(int frames, int messageSize)
+{
+    const QByteArray source(messageSize, 'x');
+    QByteArray target(messageSize, '\0');
+    const double seconds = secondsOf([&] {
+        for (int number = 0; number < frames; ++number) {
+            std::memcpy(target.data(), source.constData(), static_cast<std::size_t>(messageSize));
+            asm volatile("" : : "r"(target.constData()) : "memory");
+        }
+    });
+    return frames / seconds;
+}
+
+double encodedPerSecond(int frames)
+{
+    CAN::CanMessage frame = frameOf(0);
+    return frames / secondsOf([&] {
+               for (int number = 0; number < frames; ++number) {
+                   frame.id = static_cast<quint32>(number) & 0x7FFU;
+                   const buslink::UsbMessage message = buslink::encodeUsbMessage(frame);
+                   asm volatile("" : : "r"(&message) : "memory");
+               }
+           });
+}
+
+double decodedPerSecond(int frames)
+{
+    // As in the loop: chunks of what a port holds, each message removed from the front.
+    constexpr int framesInChunk = 256;
+    const QByteArray chunk = streamOf(framesInChunk);
+    CAN::CanMessage frame;
+    int decoded = 0;
+    const double seconds = secondsOf([&] {
+        while (decoded < frames) {
+            QByteArray buffer(chunk.constData(), chunk.size());
+            while (!buffer.isEmpty()) {
+                const buslink::UsbDecodeStep step = buslink::decodeUsbMessage(buffer, frame);
+                decoded += step.outcome == buslink::UsbDecodeStep::Outcome::Frame;
+                buffer.remove(0, step.remove);
+            }
+        }
+    });
+    return decoded / seconds;
+}
+
+/// An open adapter on a mocked port.
+struct OpenLine
+{
+    OpenLine()
+    {
+        adapter.setCanAdapterOption(AbstractCanAdapter::option_baudrate, 115200);
+        adapter.setEcho(false);
+        adapter.open();
+        while (!adapter.getRunning())
+            nap();
+    }
+    ~OpenLine()
+    {
+        adapter.closeAdapter();
+        adapter.wait();
+    }
+    OpenLine(const OpenLine &) = delete;
+    OpenLine &operator=(const OpenLine &) = delete;
+
+    MockSerialPort port;
+    SimulatedUsbDevice device{port.farEnd()};
+    ZorbekUSBCanAdapter adapter{port.name()};
+};
+
+/// A bare descriptor of a mocked port.
+struct BareLine
+{
+    BareLine() : descriptor(::open(("/dev/" + port.name().toLatin1()).constData(), O_RDWR | O_NOCTTY | O_NONBLOCK)) {}
+    ~BareLine() { ::close(descriptor); }
+    BareLine(const BareLine &) = delete;
+    BareLine &operator=(const BareLine &) = delete;
+
+    void waitFor(short events) const
+    {
+        pollfd line{descriptor, events, 0};
+        ::poll(&line, 1, -1);
+    }
+
+    MockSerialPort port;
+    SimulatedUsbDevice device{port.farEnd()};
+    int descriptor;
+};
+
+double transmittedPerSecond(int frames)
+{
+    OpenLine line;
+    const int bytes = streamOf(frames).size();
+    return frames / secondsOf([&] {
+               for (int number = 0; number < frames; ++number)
+                   line.adapter.write(frameOf(static_cast<quint32>(number)));
+               while (line.device.receivedCount() < bytes)
+                   nap();
+           });
+}
+
+double bareTransmittedPerSecond(int frames)
+{
+    BareLine line;
+    const QByteArray stream = streamOf(frames);
+    return frames / secondsOf([&] {
+               for (const char *next = stream.cbegin(); next != stream.cend();) {
+                   const ssize_t written =
+                       ::write(line.descriptor, next, static_cast<std::size_t>(stream.cend() - next));
+                   if (written > 0)
+                       next += written;
+                   else
+                       line.waitFor(POLLOUT);
+               }
+               while (line.device.receivedCount() < stream.size())
+                   nap();
+           });
+}
+
+double receivedPerSecond(int frames)
+{
+    OpenLine line;
+    std::atomic<int> received = 0;
+    QObject::connect(&line.adapter, &AbstractCanAdapter::newCanMessage, [&](CAN::CanRxMessage *) { ++received; });
+    const QByteArray stream = streamOf(frames);
+    return frames / secondsOf([&] {
+               line.device.send(stream);
+               while (received < frames)
+                   nap();
+           });
+}
+
+double bareReceivedPerSecond(int frames)
+{
+    BareLine line;
+    const QByteArray stream = streamOf(frames);
+    return frames / secondsOf([&] {
+               line.device.send(stream);
+               std::array<char, 4096> chunk{};
+               for (qsizetype bytes = 0; bytes < stream.size();) {
+                   const ssize_t got = ::read(line.descriptor, chunk.data(), chunk.size());
+                   if (got > 0)
+                       bytes += got;
+                   else
+                       line.waitFor(POLLIN);
+               }
+           });
+}
+
+double processorSeconds()
+{
+    rusage usage{};
+    ::getrusage(RUSAGE_SELF, &usage);
+    const auto seconds = [](const timeval &time) {
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
+    };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+double idleCost(bool disableSleep, int milliseconds)
+{
+    OpenLine line;
+    line.adapter.setCanAdapterOption(AbstractCanAdapter::option_disableSleep, disableSleep);
+    const double before = processorSeconds();
+    const double passed = secondsOf([&] { QThread::msleep(static_cast<unsigned long>(milliseconds)); });
+    return 100.0 * (processorSeconds() - before) / passed;
+}
+
+void reportWireFormat(const Report &report)
+{
+    const int frames = report.quick() ? 20'000 : 2'000'000;
+    const int size = streamOf(1).size();
+    const int runs = report.quick() ? 1 : 7;
+    const double copies = medianOfRuns(runs, [&] { return copiesPerSecond(frames, size); });
+    report.compare(QStringLiteral("frames of 8 bytes encoded"),
+                   medianOfRuns(runs, [&] { return encodedPerSecond(frames); }), QStringLiteral("1/s"),
+                   Report::Better::More, QStringLiteral("memcpy of a message"), copies);
+    report.compare(QStringLiteral("frames of 8 bytes decoded"),
+                   medianOfRuns(runs, [&] { return decodedPerSecond(frames); }), QStringLiteral("1/s"),
+                   Report::Better::More, QStringLiteral("memcpy of a message"), copies);
+}
+
+void reportThroughput(const Report &report)
+{
+    const int frames = report.quick() ? 2'000 : 100'000;
+    std::vector<double> out;
+    std::vector<double> in;
+    std::vector<double> bareOut;
+    std::vector<double> bareIn;
+    for (int run = 0; run < (report.quick() ? 1 : 5); ++run) {
+        out.push_back(transmittedPerSecond(frames));
+        bareOut.push_back(bareTransmittedPerSecond(frames));
+        in.push_back(receivedPerSecond(frames));
+        bareIn.push_back(bareReceivedPerSecond(frames));
+    }
+    report.compare(QStringLiteral("frames written to the device"), medianOf(out), QStringLiteral("1/s"),
+                   Report::Better::More, QStringLiteral("bare loop"), medianOf(bareOut));
+    report.compare(QStringLiteral("frames delivered from the device"), medianOf(in), QStringLiteral("1/s"),
+                   Report::Better::More, QStringLiteral("bare loop"), medianOf(bareIn));
+}
+
+void reportIdleCost(const Report &report)
+{
+    const int milliseconds = report.quick() ? 200 : 3000;
+    report.figure(QStringLiteral("open and idle"), idleCost(false, milliseconds), QStringLiteral("% of a processor"));
+    report.figure(QStringLiteral("open and idle, option_disableSleep"), idleCost(true, milliseconds),
+                  QStringLiteral("% of a processor"));
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    // Mocked ports need a library in front of all others.
+    if (!qgetenv("LD_PRELOAD").contains("umockdev")) {
+        std::vector<char *> arguments{const_cast<char *>(UMOCKDEV_WRAPPER)};
+        arguments.insert(arguments.end(), argv, argv + argc);
+        arguments.push_back(nullptr);
+        ::execv(UMOCKDEV_WRAPPER, arguments.data());
+        qFatal("%s cannot be run", UMOCKDEV_WRAPPER);
+    }
+    const Report report(argc, argv, QStringLiteral("USB adapter"));
+    const QCoreApplication application(argc, argv);
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+    reportWireFormat(report);
+    reportThroughput(report);
+    reportIdleCost(report);
+    return 0;
+}

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: MIT
+#include "support/byte_hub.h"
+
+#include <array>
+#include <chrono>
+#include <unistd.h>
+
+ByteHub::ByteHub() : mThread([this] { run(); }) {}
+
+ByteHub::~ByteHub()
+{
+    mStop = true;
+    mThread.join();
+}
+
+QString ByteHub::addPort()
+{
+    const QMutexLocker lock(&mMutex);
+    mPorts.push_back(std::make_unique<MockSerialPort>());
+    return mPorts.back()->name();
+}
+
+// A terminal that nobody has open is ready all the time, so there is nothing to wait for.
+void ByteHub::run()
+{
+    while (!mStop) {
+        {
+            const QMutexLocker lock(&mMutex);
+            for (std::size_t port = 0; port < mPorts.size(); ++port)
+                copyFrom(port);
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+}
+
+void ByteHub::copyFrom(std::size_t port)
+{
+    std::array<char, 1024> chunk{};
+    const ssize_t got = ::read(mPorts[port]->farEnd(), chunk.data(), chunk.size());
+    if (got <= 0)
+        return;
+    for (std::size_t other = 0; other < mPorts.size(); ++other) {
+        if (other == port)
+            continue;
+        // A terminal takes some 4 KiB, far more than a test keeps under way.
+        if (::write(mPorts[other]->farEnd(), chunk.data(), static_cast<std::size_t>(got)) != got)
+            qFatal("joined ports: bytes were lost");
+    }
+}
