@@ -89,8 +89,8 @@ class RawPeer
 public:
     RawPeer() : mDevice(::open("/dev/can1", O_RDWR | O_CLOEXEC))
     {
-        set(1, {0, 3, 500, 0, 0, 0});
-        set(0, {1, 0, 0, 0, 0, 0});
+        set(1, {0, 3, {500, 0, 0, 0}});
+        set(0, {1, 0, {0, 0, 0, 0}});
     }
     ~RawPeer() { ::close(mDevice); }
     RawPeer(const RawPeer &) = delete;
