@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Life cycle: opening and closing, in which order it asks the driver, and what it says about failures.
 #include "running_can4linux.h"
+#include "support/frame_recorder.h"
 
 #include <QtCore/QTemporaryFile>
 
@@ -257,6 +258,36 @@ private Q_SLOTS:
         QVERIFY(!can.adapter->isRunning());
         can.adapter->closeAdapter();
         QCOMPARE(can.complaints(), QByteArray("/dev/can0: No such device\n"));
+    }
+
+    void openingOnceMoreWhileTheLoopRunsKeepsItsNumber()
+    {
+        Can4linuxFixture can;
+        const FrameRecorder frames(can.adapter.get());
+        QVERIFY(can.open());
+        const int number = can.driver.descriptor();
+        QCOMPARE(can.adapter->open(), CAN::RetOk);
+        QCOMPARE(can.driver.descriptor(), number);
+        QCOMPARE(can.driver.openDescriptors(), 1);
+        QStringList calls = callsOfOpen();
+        calls.insert(1, closeCall); // Of the second number.
+        QCOMPARE(can.driver.calls(), callsOfOpen() + calls);
+        can.driver.arrive(driverBytes({0, 5, 0}));
+        QTRY_COMPARE_WITH_TIMEOUT(frames.count(), 1, WaitMs);
+        QVERIFY(can.adapter->getRunning());
+        QCOMPARE(can.complaints(), QByteArray());
+    }
+
+    void failedOpeningWhileTheLoopRunsEndsIt()
+    {
+        Can4linuxFixture can;
+        QVERIFY(can.open());
+        can.driver.fail("open", EBUSY);
+        QCOMPARE(can.adapter->open(), CAN::RetError);
+        QVERIFY(can.adapter->wait(WaitMs));
+        QVERIFY(!can.adapter->getRunning());
+        QCOMPARE(can.driver.openDescriptors(), 0);
+        QCOMPARE(can.complaints(), QByteArray("/dev/can0: Device or resource busy\n"));
     }
 
     void prepareToTerminateWaitsOnlyForALoopThatRuns()
