@@ -64,20 +64,33 @@ void Can4linuxCanAdapter::closeDevice()
         std::perror("close");
 }
 
+bool Can4linuxCanAdapter::openDevice()
+{
+    const int previous = device();
+    const bool inUse = isRunning() && previous != -1;
+    // After a loop that ended by itself the device is still open, and it may admit one user at a time.
+    if (previous != -1 && !inUse) {
+        relaxedStore(mDeviceClosed, true);
+        ::close(previous);
+    }
+    const QByteArray name = mDeviceName.toLatin1();
+    int descriptor = ::open(name.constData(), O_RDWR | O_NONBLOCK);
+    if (descriptor < 0)
+        std::perror(name.constData());
+    // A loop that runs waits at the number that it knows, so that one must neither be closed nor get another file.
+    if (inUse)
+        descriptor = buslink::moveDescriptor(descriptor, previous);
+    relaxedStore(mDeviceFd, descriptor);
+    relaxedStore(mDeviceClosed, false);
+    if (inUse && descriptor != previous)
+        ::close(previous);
+    return descriptor >= 0;
+}
+
 CAN::RetType Can4linuxCanAdapter::open()
 {
     std::fputs("Open() can4linuxCanAdapter\n", stderr);
-    // After a loop that ended by itself the device is still open, and it may admit one user at a time. From under a
-    // loop that runs it must not be taken.
-    if (!isRunning() && device() != -1)
-        ::close(device());
-    const QByteArray name = mDeviceName.toLatin1();
-    const int descriptor = ::open(name.constData(), O_RDWR | O_NONBLOCK);
-    if (descriptor < 0)
-        std::perror(name.constData());
-    relaxedStore(mDeviceFd, descriptor);
-    relaxedStore(mDeviceClosed, false);
-    if (descriptor < 0)
+    if (!openDevice())
         return CAN::RetError;
     resetDriver();
     setBitrate(relaxedLoad(mNominalBitrate));

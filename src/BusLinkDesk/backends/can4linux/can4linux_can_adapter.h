@@ -47,7 +47,8 @@ protected:
 public:
     /// Opens the device, resets the driver, sets both rates, announces `CAN::CanStateErrorActive` unless that is the
     /// state already, starts the adapter's thread and switches the echo on. Settings that the driver refuses are no
-    /// failure. Writes "Open() can4linuxCanAdapter" to standard error each time.
+    /// failure. Writes "Open() can4linuxCanAdapter" to standard error each time. The device of an earlier `open()` is
+    /// closed.
     /// *Fails:* `CAN::RetError` if the device cannot be opened.
     CAN::RetType open() override;
     /// Ends reception within a pass of the loop, which is about 1 ms, and closes the device.
@@ -107,6 +108,7 @@ private:
     struct Q_DECL_HIDDEN Reception;
 
     Q_DECL_HIDDEN int device() const;
+    Q_DECL_HIDDEN bool openDevice();
     Q_DECL_HIDDEN void closeDevice();
     Q_DECL_HIDDEN void receiveOne(Reception &reception);
     Q_DECL_HIDDEN void signalState(quint32 flags);

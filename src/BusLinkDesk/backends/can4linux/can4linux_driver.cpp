@@ -26,6 +26,14 @@ constexpr std::size_t OneFrame = 1;
 
 } // namespace
 
+int moveDescriptor(int fresh, int number)
+{
+    if (fresh < 0 || ::dup2(fresh, number) < 0)
+        return fresh;
+    ::close(fresh);
+    return number;
+}
+
 int commandDriver(int device, DriverCommand command, quint64 value)
 {
     DriverParameters parameters;

@@ -3,8 +3,12 @@
 
 #include <BusLinkDesk/backends/can4linux/can4linux_record_p.h>
 
-// Calls of the driver. None of them reports anything; a failure leaves its reason in errno.
+// Calls of the driver's devices. None of them reports anything; a failure leaves its reason in errno.
 namespace buslink {
+
+/// Gives the file of `fresh` the number of another, which is closed: who uses that number goes on with the new file.
+/// Returns that number. *Fails:* `fresh`; it is negative, or the system refuses, and the other stays open.
+int moveDescriptor(int fresh, int number);
 
 /// What the driver's command request asks for.
 enum class DriverCommand : qint32 { Start = 1, Stop = 2, Reset = 3, HandFlag = 6 };

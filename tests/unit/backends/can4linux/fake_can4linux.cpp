@@ -123,7 +123,7 @@ void FakeCan4linux::closed(int descriptor)
     const QMutexLocker lock(&mMutex);
     mDescriptors.removeOne(descriptor);
     if (descriptor == mLast)
-        mLast = -1;
+        mLast = mDescriptors.isEmpty() ? -1 : mDescriptors.constLast();
 }
 
 qint64 FakeCan4linux::read(const QString &call, int descriptor, void *frame)

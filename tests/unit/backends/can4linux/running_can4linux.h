@@ -53,3 +53,22 @@ inline QStringList rateCalls(int target, quint64 value)
 {
     return {commandCall(2), settingCall(target, value), commandCall(1)};
 }
+
+inline const QString openCall = QStringLiteral("open(/dev/can0, 0x802)");
+inline const QString closeCall = QStringLiteral("close()");
+
+/// The calls of an opening with the rates that it hands over.
+inline QStringList callsOfOpen(quint64 nominalRate = 500, quint64 dataFactor = 4, quint64 flag = 0)
+{
+    return QStringList{openCall, commandCall(3)} + rateCalls(3, nominalRate) + rateCalls(13, dataFactor)
+           + QStringList{commandCall(6, flag), settingCall(9, 1)};
+}
+
+/// Texts as strings.
+inline QStringList texts(std::initializer_list<const char *> list)
+{
+    QStringList strings;
+    for (const char *text : list)
+        strings.append(QString::fromLatin1(text));
+    return strings;
+}
