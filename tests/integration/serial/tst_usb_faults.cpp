@@ -134,6 +134,8 @@ private Q_SLOTS:
         auto adapter = makeUsbAdapter(port.name());
         adapter->open();
         QVERIFY(QTest::qWaitFor([&] { return adapter->getRunning(); }, WaitMs));
+        // The first pass of the loop: until then the port is still looked up.
+        adapter->inLoop([] {});
         port.unplug();
         delete adapter.release();
         QVERIFY(
