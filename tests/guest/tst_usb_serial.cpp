@@ -5,32 +5,17 @@
 #include "integration/serial/live_usb_adapter.h"
 
 #include "support/simulated_usb_device.h"
+#include "usb_far_end.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 
-#include <fcntl.h>
-#include <termios.h>
 #include <thread>
-#include <unistd.h>
 
 namespace {
 
 using A = AbstractCanAdapter;
 const QString PortName = QStringLiteral("ttyUSB0");
-
-/// The far end, as the descriptor of a device that is nothing but bytes.
-int openFarEnd()
-{
-    const int descriptor = ::open("/dev/ttyUSB1", O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    termios settings{};
-    if (descriptor < 0 || ::tcgetattr(descriptor, &settings) != 0)
-        qFatal("no /dev/ttyUSB1");
-    ::cfmakeraw(&settings);
-    settings.c_cflag |= CLOCAL | CREAD;
-    ::tcsetattr(descriptor, TCSANOW, &settings);
-    return descriptor;
-}
 
 bool writeTo(const QString &path, const QByteArray &text)
 {
