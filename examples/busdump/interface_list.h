@@ -16,7 +16,7 @@ struct ListedInterface
     AbstractCanAdapter::SocketCANProps properties;
 };
 
-/// The CAN interfaces of this machine. *Blocks:* up to 1 s, and 2 s more for each.
+/// The CAN interfaces of this machine. *Blocks:* up to 2 s, and 4 s more for each.
 QVector<ListedInterface> findInterfaces();
 
 /// An adapter that is no CAN interface, as `busdump --list` shows it.

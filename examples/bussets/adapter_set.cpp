@@ -89,8 +89,14 @@ QString AdapterSet::add(AdapterArgument argument, const QString &description)
     if (!argument.adapter)
         return argument.error;
     argument.adapter->setCanAdapterOption(A::option_description, description);
-    if (mHandler.addNewCanAdapter(argument.adapter.get(), false, true, false) == 0)
-        return QStringLiteral("an adapter like that is in the set");
+    // Two adapters that were given a rate never count as equal, so the device is what is looked at.
+    for (const QPointer<A> &adapter : qAsConst(mHandler.getAdapterMap())) {
+        if (adapter->getCanAdapterOption(A::option_adapterType)
+                == argument.adapter->getCanAdapterOption(A::option_adapterType)
+            && deviceText(adapter) == deviceText(argument.adapter.get()))
+            return QStringLiteral("adapter %1 has the same device").arg(adapter->getId());
+    }
+    mHandler.addNewCanAdapter(argument.adapter.get());
     static_cast<void>(argument.adapter.release());
     return {};
 }
@@ -107,7 +113,7 @@ QString AdapterSet::remove(const QString &id)
 {
     unsigned short number = 0;
     int index = 0;
-    const QString error = find(id, number, index);
+    QString error = find(id, number, index);
     if (error.isEmpty())
         mHandler.removeAdapter(number);
     return error;
@@ -117,7 +123,7 @@ QString AdapterSet::move(const QString &id, MultiCanAdapterHandler::Direction di
 {
     unsigned short number = 0;
     int index = 0;
-    const QString error = find(id, number, index);
+    QString error = find(id, number, index);
     if (!error.isEmpty())
         return error;
     const bool moved = mHandler.moveAdapter(mHandler.getAdapter(number), direction) != 0;
@@ -138,7 +144,7 @@ QString AdapterSet::makePrimary(const QString &id)
 {
     unsigned short number = 0;
     int index = 0;
-    const QString error = find(id, number, index);
+    QString error = find(id, number, index);
     if (error.isEmpty())
         mHandler.setPrimaryAdapterByID(number);
     return error;
@@ -148,7 +154,7 @@ QString AdapterSet::setActive(const QString &id, bool active)
 {
     unsigned short number = 0;
     int index = 0;
-    const QString error = find(id, number, index);
+    QString error = find(id, number, index);
     if (!error.isEmpty())
         return error;
     switch (mHandler.getAdapter(number)->isActiveAdapter() == active ? 0 : mHandler.couldActiveChanged(index)) {

@@ -6,6 +6,7 @@
 #include <BusLinkDesk/factory/can_adapter_factory.h>
 
 #include <QtCore/QCommandLineParser>
+#include <QtCore/QRegularExpression>
 #include <QtCore/QStringList>
 
 #include <algorithm>
@@ -117,13 +118,15 @@ void createCan4linux(const QString &parameter, const AdapterSettings &settings, 
 
 void createGateway(const QString &parameter, const AdapterSettings &, AdapterArgument &result)
 {
-    const QString host = parameter.section(QLatin1Char(':'), 0, 0);
-    if (host.trimmed().isEmpty()) {
-        result.error = QStringLiteral("'%1' is no host").arg(parameter);
+    // The colons of an IPv6 address stand in brackets.
+    static const QRegularExpression form(QStringLiteral(R"(^(?:\[([^][\s]+)\]|([^][:\s]+))(?::(.*))?$)"));
+    const QRegularExpressionMatch match = form.match(parameter);
+    if (!match.hasMatch()) {
+        result.error = QStringLiteral("'%1' is no host, with a port behind a colon if need be").arg(parameter);
         return;
     }
-    const std::optional<quint64> port =
-        host.size() == parameter.size() ? std::nullopt : portOf(parameter.mid(host.size() + 1), result);
+    const QString host = match.captured(1) + match.captured(2);
+    const std::optional<quint64> port = match.capturedStart(3) < 0 ? std::nullopt : portOf(match.captured(3), result);
     if (!result.error.isEmpty())
         return;
     make(A::CanAdapterTypeCiA309, QString(), result);

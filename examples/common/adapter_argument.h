@@ -38,6 +38,7 @@ QString adapterArgumentOf(AbstractCanAdapter::CanAdapterType type, const QString
 
 /// Whether adapters of this kind carry frames; the others carry text.
 bool carriesFrames(const AbstractCanAdapter &adapter);
+
 /// The options that choose an adapter, `virtual` where none is given.
 class AdapterOptions
 {

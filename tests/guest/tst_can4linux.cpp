@@ -67,6 +67,10 @@ struct Side
     {
         adapter->setCanAdapterOption(AbstractCanAdapter::option_uniqueId, device + 10);
     }
+    /// Ends the loop before what it delivers to goes.
+    ~Side() { adapter.reset(); }
+    Side(const Side &) = delete;
+    Side &operator=(const Side &) = delete;
     /// Opens the adapter and waits until its loop runs: one that is stopped before that would run on.
     bool open() const
     {

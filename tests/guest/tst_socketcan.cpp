@@ -248,7 +248,8 @@ private Q_SLOTS:
         QFETCH(bool, privileged);
         QFETCH(int, frames);
         QFile limitFile(QStringLiteral("/proc/sys/net/core/rmem_max"));
-        QVERIFY(limitFile.open(QIODevice::ReadOnly));
+        if (!limitFile.open(QIODevice::ReadOnly))
+            QSKIP("this machine shows net.core.rmem_max in its first network namespace alone");
         const int limit = limitFile.readAll().trimmed().toInt();
         if (!privileged && limit != usualBufferLimit)
             QSKIP("this machine's net.core.rmem_max is not the usual one, for which the frames were counted");

@@ -65,7 +65,7 @@ private Q_SLOTS:
         QTest::newRow("first up") << words({"up", "1"}) << QByteArray("adapter 1 cannot be moved further");
         QTest::newRow("primary stays active") << words({"inactive", "1"}) << QByteArray("adapter 1 is the primary one");
         QTest::newRow("the same again") << words({"--adapter", "virtual:47001", "add"})
-                                        << QByteArray("an adapter like that is in the set");
+                                        << QByteArray("adapter 1 has the same device");
     }
 
     void whatCannotBeDoneLeavesTheFileAlone()
@@ -118,6 +118,16 @@ private Q_SLOTS:
                      "bussets: " + mPath.toLocal8Bit() + ": damaged: the checksum is not that of the adapters\n");
             QCOMPARE(contentOf(mPath), damaged);
         }
+    }
+
+    void sameDeviceIsNotTakenTwice()
+    {
+        for (const char *adapter : {"can4linux:/dev/can1", "socketcan:can1", "usb:ttyUSB1", "cia309:gateway"}) {
+            QCOMPARE(run(words({"--adapter", adapter, "add"})), 0);
+            QCOMPARE(run(words({"--adapter", adapter, "add"})), 1);
+            QVERIFY2(mErrors.endsWith(" has the same device\n"), mErrors.constData());
+        }
+        QCOMPARE(run({"--adapter", "cia309:gateway:99", "add"}), 0);
     }
 
     void fileThatCannotBeWrittenIsReported()

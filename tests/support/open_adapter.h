@@ -9,6 +9,7 @@
 #include <QtTest/QtTest>
 
 #include <memory>
+#include <thread>
 
 /// Stops an adapter before it deletes it, also where a test fails half-way: without the pause of
 /// `prepareToTerminate`, but not before the loop has begun, when a stop would not be heard.
@@ -17,7 +18,7 @@ struct AdapterStopper
     void operator()(AbstractCanAdapter *adapter) const
     {
         while (adapter->isRunning() && !adapter->getRunning())
-            QThread::usleep(100);
+            std::this_thread::yield(); // tests that stand in for pauses count those of QThread
         adapter->closeAdapter();
         adapter->wait();
         delete adapter;

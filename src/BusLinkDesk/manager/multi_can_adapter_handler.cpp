@@ -12,6 +12,7 @@
 
 namespace {
 
+constexpr unsigned long StopAgainMs = 1000;
 constexpr int MaxIdentifiers = std::numeric_limits<unsigned short>::max() + 1;
 
 void storeId(AbstractCanAdapter &adapter, unsigned short id)
@@ -34,8 +35,11 @@ void stopAndDelete(const QPointer<AbstractCanAdapter> &adapter)
 {
     waitForTheLoopToBegin(*adapter);
     adapter->prepareToTerminate();
-    if (adapter)
-        adapter->wait();
+    // A loop that was slower still has set its flag again.
+    while (adapter && !adapter->wait(StopAgainMs)) {
+        if (adapter->getRunning())
+            adapter->closeAdapter();
+    }
     delete adapter.data();
 }
 

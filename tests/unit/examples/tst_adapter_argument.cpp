@@ -167,6 +167,47 @@ private Q_SLOTS:
         QCOMPARE(other.adapter->getCanAdapterOption(AbstractCanAdapter::option_portNumber).toInt(), 99);
     }
 
+    void hostsOfGatewaysAreTakenOrExplained_data()
+    {
+        QTest::addColumn<QString>("parameter");
+        QTest::addColumn<QString>("host");
+        QTest::addColumn<QString>("error");
+        const auto row = [](const char *parameter, const char *host, const QString &error = {}) {
+            QTest::newRow(parameter) << QString::fromLatin1(parameter) << QString::fromLatin1(host) << error;
+        };
+        const QString noHost = QStringLiteral("'%1' is no host, with a port behind a colon if need be");
+        const QString noPort = QStringLiteral("'%1' is no port, which is a number from 1 to 65535");
+        row("gateway", "gateway");
+        row("10.0.0.1:99", "10.0.0.1");
+        row("[::1]", "::1");
+        row("[fe80::1]:99", "fe80::1");
+        row("", "", noHost.arg(QString()));
+        row("::1", "", noHost.arg(QStringLiteral("::1")));
+        row("a b:99", "", noHost.arg(QStringLiteral("a b:99")));
+        row("[]:99", "", noHost.arg(QStringLiteral("[]:99")));
+        row("host:", "", noPort.arg(QString()));
+        row("host:0", "", noPort.arg(0));
+        row("host:65536", "", noPort.arg(65536));
+    }
+
+    void hostsOfGatewaysAreTakenOrExplained()
+    {
+        QFETCH(QString, parameter);
+        QFETCH(QString, error);
+        const AdapterArgument result = buslink::createAdapter(QStringLiteral("cia309:") + parameter);
+        QCOMPARE(result.error, error);
+        if (error.isEmpty())
+            QTEST(result.adapter->getCanAdapterOption(AbstractCanAdapter::option_ipAddress).toString(), "host");
+    }
+
+    void devicesWithoutANameAreRefused()
+    {
+        QCOMPARE(buslink::createAdapter(QStringLiteral("can4linux")).error,
+                 QStringLiteral("'' is no device, as /dev/can0"));
+        QCOMPARE(buslink::createAdapter(QStringLiteral("can4linux:/dev/")).error,
+                 QStringLiteral("'/dev/' is no device, as /dev/can0"));
+    }
+
     void uselessSettingsAreExplained()
     {
         const QString bus = QStringLiteral("virtual");

@@ -96,6 +96,13 @@ private Q_SLOTS:
         QCOMPARE(contentOf(path), buslink::encodeSet(someAdapters()));
         QCOMPARE(QDir(folder.path()).entryList(QDir::Files), QStringList{QStringLiteral("set")});
 
+        // Whoever has the old file open goes on reading the old set.
+        QFile old(path);
+        QVERIFY(old.open(QIODevice::ReadOnly));
+        QCOMPARE(buslink::saveSet(path, {}), QString());
+        QCOMPARE(old.readAll(), buslink::encodeSet(someAdapters()));
+        QCOMPARE(contentOf(path), buslink::encodeSet({}));
+
         QVERIFY(!buslink::saveSet(folder.filePath(QStringLiteral("no folder/set")), {}).isEmpty());
         QVERIFY(!buslink::loadSet(folder.path()).error.isEmpty());
     }

@@ -138,7 +138,10 @@ private Q_SLOTS:
                                                                  {QStringLiteral("/dev/can3"), 0x80000000U}}));
         QCOMPARE(Factory::getAdvInterfaceList(Type(6)), (Devices{{QStringLiteral("zorbek Virtual"), 128U}}));
         QCOMPARE(Factory::getAdvInterfaceList(Type(20)), (Devices{{QString(), 0x80000000U}}));
-        QCOMPARE(Factory::getAdvInterfaceList(Type(15)), ZorbekUSBCanAdapter::getAdvDeviceList());
+        Devices ports;
+        for (const QString &name : serialPortAdapter::getDeviceList())
+            ports.insert(name, 128U);
+        QCOMPARE(Factory::getAdvInterfaceList(Type(15)), ports);
         Devices interfaces;
         for (const QString &name : SocketCanAdapter::getDeviceList({}))
             interfaces.insert(name, 0x80000000U);

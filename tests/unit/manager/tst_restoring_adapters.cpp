@@ -98,9 +98,16 @@ private Q_SLOTS:
     void cutBytesAddAnAdapterWithWhatCouldBeRestored()
     {
         const QByteArray bytes = bytesOf(6, 3, "virtual");
-        mSet->addAdapterFromByteArray(Type(6), QStringLiteral("v"), bytes.left(bytes.size() / 2));
-        QCOMPARE(mSet->getAdapterCount(), quint16(1));
+        // Between the identifier and the description.
+        const QByteArray text = QByteArray::fromHex("0000000A00") + QByteArray::fromHex("0000000E") /* 7 letters */;
+        const int description = bytes.indexOf(text);
+        QVERIFY(description > 0);
+        mSet->addAdapterFromByteArray(Type(6), QStringLiteral("v"), bytes.left(description));
+        QCOMPARE(mSet->getAdapterMap().keys(), QList<quint16>{3});
         QCOMPARE(mChanges->count(), 1);
+        A *const adapter = mSet->getAdapter(3);
+        QCOMPARE(adapter->getCanAdapterOption(A::option_adapterType), QVariant(6));
+        QCOMPARE(adapter->getCanAdapterOption(A::option_description).toString(), QString());
     }
 
     void laterOneOfTheSameIdentifierTakesThePlaceAndTheEarlierLivesOn()

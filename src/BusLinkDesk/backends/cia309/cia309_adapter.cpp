@@ -79,6 +79,9 @@ CAN::RetType CiA309Adapter::open()
     if (!mTcpSocket)
         return CAN::RetError;
     mTcpSocket->abort();
+    // A receiver of what that leads to may have ended the adapter.
+    if (!mTcpSocket)
+        return CAN::RetError;
     if (socketIsEmitting()) {
         releaseSocket();
         makeSocket();
@@ -95,7 +98,8 @@ void CiA309Adapter::closeAdapter()
     if (!mTcpSocket)
         return;
     mTcpSocket->abort();
-    mTcpSocket->close();
+    if (mTcpSocket)
+        mTcpSocket->close();
 }
 
 CAN::RetType CiA309Adapter::write(QString string, short &sequence)

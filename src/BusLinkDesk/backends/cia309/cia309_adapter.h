@@ -49,6 +49,8 @@ public:
     void closeAdapter() override;
     /// Sends a command like `write(QString)` and stores the number under which it went out.
     /// *Fails:* `CAN::RetError` without a connection, and the number is used up all the same.
+    /// *Kept on purpose:* where a receiver of `newCiA309RequestSent` sends a command of its own, both go out under
+    /// one number, and this one is told the next.
     CAN::RetType write(QString string, short &sequence) override;
     /// *Fails:* always, with `CAN::RetError`: the rate is set by a command.
     CAN::RetType setBitrate(unsigned short bitrate) override;

@@ -9,6 +9,7 @@
 #include <QtCore/QDebug>
 
 #include <cstdio>
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -43,6 +44,8 @@ CAN::RetType SocketCanAdapter::open()
     const int fresh = ::socket(PF_CAN, SOCK_RAW, CAN_RAW);
     if (fresh < 0)
         std::perror("socket");
+    else
+        ::fcntl(fresh, F_SETFD, FD_CLOEXEC); // Programs that are started need no copy that keeps it open.
     takeSocket(fresh);
     if (fresh < 0 || !buslink::bindToInterface(mSocketFd, buslink::interfaceOfDevice(mDeviceName).toLocal8Bit()))
         return CAN::RetError;

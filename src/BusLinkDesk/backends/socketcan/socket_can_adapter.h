@@ -16,7 +16,8 @@
 /// `option_systemTime`, `option_continuousTimestamp`, `option_uniqueId`. Whether a frame goes out as
 /// CAN FD depends on the frame alone.
 ///
-/// System calls that fail are reported on standard error. The bus state follows the error frames of
+/// System calls of `open()` and failed transmissions of CAN FD frames are reported on standard error; a loop that
+/// ends tells by `getRunning()`, and by `interfaceError` unless the wait for frames was what failed. The bus state follows the error frames of
 /// the interface.
 ///
 /// `open()` returns before the loop has begun, and stopping only reaches a loop that has: a program
@@ -58,8 +59,8 @@ public:
     CAN::RetType setBitrate(unsigned short bitrate) override;
     /// Does nothing.
     void resetDriver() override;
-    /// Returns the state that the last error frame told, `CAN::CanStateErrorActive` before the first
-    /// one and `CAN::CanStateNone` before the first loop.
+    /// Returns the state that the last error frame told. A loop that begins starts from
+    /// `CAN::CanStateErrorActive`, also after bus off; before the first loop it is `CAN::CanStateNone`.
     CAN::CanState getState() override;
     /// Ends reception.
     /// *Blocks:* 200 ms if the loop ran.
@@ -96,11 +97,11 @@ public:
     /// *Kept on purpose:* a list of other types alone, that of SocketCAN included, lets nothing through.
     static QStringList getDeviceList(QList<AbstractCanAdapter::CanAdapterType> types);
     /// Returns what `/sbin/ip` tells of an interface; a label behind a `|` does not matter.
-    /// *Thread:* any. *Blocks:* up to 1 s. *Fails:* a record of zeros.
+    /// *Thread:* any. *Blocks:* up to 2 s. *Fails:* a record of zeros.
     /// *Kept on purpose:* rates are cut to whole kbit/s and, like the restart time, to 16 bits.
     static AbstractCanAdapter::SocketCANProps getSocketCanProps(QString device);
     /// Returns the nominal rate of an interface in kbit/s as text; a label behind a `|` does not matter.
-    /// *Thread:* any. *Blocks:* up to 1 s. *Fails:* an empty text.
+    /// *Thread:* any. *Blocks:* up to 2 s. *Fails:* an empty text.
     static QString getBitrateOfDevice(QString device);
 
 protected:

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <linux/can/error.h>
 #include <linux/can/raw.h>
 #include <net/if.h>
@@ -44,7 +45,7 @@ bool wroteAll(int socket, const void *frame, std::size_t size)
 void replaceDescriptor(int &field, int fresh)
 {
     const int stale = relaxedLoad(field);
-    if (stale >= 0 && fresh >= 0 && ::dup2(fresh, stale) >= 0) {
+    if (stale >= 0 && fresh >= 0 && ::dup3(fresh, stale, O_CLOEXEC) >= 0) {
         ::close(fresh);
         return;
     }

@@ -7,7 +7,7 @@
 
 #include <optional>
 
-// System calls on a raw CAN socket. What fails is reported on standard error.
+// System calls on a raw CAN socket. What fails is reported on standard error, if nothing else is said.
 namespace buslink {
 
 /// Puts the socket `fresh`, or none, in the place of the one in `field`, which is closed. A number that was valid

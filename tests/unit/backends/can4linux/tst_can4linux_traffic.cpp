@@ -28,6 +28,8 @@ struct Traffic : Can4linuxFixture
             adapter.get(), &AbstractCanAdapter::newCanState, adapter.get(),
             [this](CAN::CanState state) { states.append(state); }, Qt::DirectConnection);
     }
+    /// Ends the loop before what it delivers to goes.
+    ~Traffic() { adapter.reset(); }
     /// Waits for so many frames in all.
     bool hasFrames(int count)
     {
