@@ -7,6 +7,8 @@
 class FakeSerialAdapter : public serialPortAdapter
 {
 public:
+    using serialPortAdapter::write;
+
     explicit FakeSerialAdapter(quint32 bitsPerSecond) : serialPortAdapter(QStringLiteral("none"))
     {
         setCanAdapterOption(option_baudrate, bitsPerSecond);

@@ -262,7 +262,7 @@ private Q_SLOTS:
         const int written = adapter.written;
         QCOMPARE(bench.finishedCount, 0);
         QTRY_COMPARE_WITH_TIMEOUT(bench.finishedCount, 1, 20000);
-        QVERIFY(timer.elapsed() >= written * 100);
+        QVERIFY(timer.elapsed() >= written * qint64(100));
         QCOMPARE(adapter.written, written);
         QCOMPARE(bench.player.error(), QString());
     }
