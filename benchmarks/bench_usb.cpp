@@ -10,9 +10,12 @@
 #include "support/simulated_usb_device.h"
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QDeadlineTimer>
 
 #include <array>
 #include <atomic>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
@@ -21,6 +24,9 @@
 #include <unistd.h>
 
 namespace {
+
+// Far more than any line here needs for its next bytes.
+constexpr int StallMs = 60'000;
 
 CAN::CanMessage frameOf(quint32 number)
 {
@@ -41,9 +47,28 @@ QByteArray streamOf(int frames)
     return stream;
 }
 
+/// Ends the program: without a line there is nothing to measure.
+[[noreturn]] void giveUp(const char *problem)
+{
+    std::fprintf(stderr, "bench_usb: %s\n", problem);
+    std::exit(EXIT_FAILURE);
+}
+
 void nap()
 {
     std::this_thread::sleep_for(std::chrono::microseconds(50));
+}
+
+/// Waits for bytes or frames that are on their way.
+template <typename Condition>
+void waitUntil(Condition condition)
+{
+    const QDeadlineTimer deadline(StallMs);
+    while (!condition()) {
+        if (deadline.hasExpired())
+            giveUp("the line stands still");
+        nap();
+    }
 }
 
 double copiesPerSecond(int frames, int messageSize)
@@ -99,8 +124,11 @@ struct OpenLine
         adapter.setCanAdapterOption(AbstractCanAdapter::option_baudrate, 115200);
         adapter.setEcho(false);
         adapter.open();
-        while (!adapter.getRunning())
+        while (!adapter.getRunning()) {
+            if (!adapter.isRunning())
+                giveUp("the adapter could not be opened");
             nap();
+        }
     }
     ~OpenLine()
     {
@@ -118,7 +146,11 @@ struct OpenLine
 /// A bare descriptor of a mocked port.
 struct BareLine
 {
-    BareLine() : descriptor(::open(("/dev/" + port.name().toLatin1()).constData(), O_RDWR | O_NOCTTY | O_NONBLOCK)) {}
+    BareLine() : descriptor(::open(("/dev/" + port.name().toLatin1()).constData(), O_RDWR | O_NOCTTY | O_NONBLOCK))
+    {
+        if (descriptor < 0)
+            giveUp("the port could not be opened");
+    }
     ~BareLine() { ::close(descriptor); }
     BareLine(const BareLine &) = delete;
     BareLine &operator=(const BareLine &) = delete;
@@ -126,7 +158,8 @@ struct BareLine
     void waitFor(short events) const
     {
         pollfd line{descriptor, events, 0};
-        ::poll(&line, 1, -1);
+        if (::poll(&line, 1, StallMs) <= 0 || (line.revents & (POLLERR | POLLNVAL)) != 0)
+            giveUp("the line stands still");
     }
 
     MockSerialPort port;
@@ -141,8 +174,7 @@ double transmittedPerSecond(int frames)
     return frames / secondsOf([&] {
                for (int number = 0; number < frames; ++number)
                    line.adapter.write(frameOf(static_cast<quint32>(number)));
-               while (line.device.receivedCount() < bytes)
-                   nap();
+               waitUntil([&] { return line.device.receivedCount() >= bytes; });
            });
 }
 
@@ -159,8 +191,7 @@ double bareTransmittedPerSecond(int frames)
                    else
                        line.waitFor(POLLOUT);
                }
-               while (line.device.receivedCount() < stream.size())
-                   nap();
+               waitUntil([&] { return line.device.receivedCount() >= stream.size(); });
            });
 }
 
@@ -172,8 +203,7 @@ double receivedPerSecond(int frames)
     const QByteArray stream = streamOf(frames);
     return frames / secondsOf([&] {
                line.device.send(stream);
-               while (received < frames)
-                   nap();
+               waitUntil([&] { return received >= frames; });
            });
 }
 

@@ -100,6 +100,13 @@ void createUsb(const QString &parameter, const AdapterSettings &settings, Adapte
 {
     if (!takeDevice(parameter, "serial port, as ttyUSB0", result))
         return;
+    // The adapter takes what stands in front of a dash for a label.
+    if (result.name.find('-') != std::string::npos) {
+        result.error = QStringLiteral("'%1' has a dash, which no name of a serial port may have here; give the port it "
+                                      "stands for, as ttyUSB0")
+                           .arg(parameter);
+        return;
+    }
     make(A::CanAdapterTypeUsb, QString::fromStdString(result.name), result);
     result.adapter->setCanAdapterOption(A::option_baudrate, settings.baudrate.value_or(DefaultBaudrate));
     result.adapter->setCanAdapterOption(A::option_halfDuplex, settings.halfDuplex);

@@ -3,13 +3,11 @@
 
 #include <BusLinkDesk/adapter/abstract_can_adapter.h>
 
-#include <QtCore/QDeadlineTimer>
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 
 namespace buslink {
 
@@ -27,11 +25,10 @@ public:
     /// The adapter; gone after `stop()`.
     AbstractCanAdapter *adapter() const { return mAdapter.get(); }
     /// Opens the adapter. *Blocks:* until its receive loop runs or has given up.
-    /// *Fails:* the code of the adapter.
+    /// *Fails:* the code of the adapter, whose loop may run even so; `stop()` ends it.
     CAN::RetType start();
-    /// Waits until a serial line has carried what was accepted, ends reception, waits for the adapter's thread and
-    /// deletes the adapter. Connections to it are cut by that, and nothing is delivered any more. Does nothing the
-    /// second time.
+    /// Ends reception, waits for the adapter's thread and deletes the adapter. Connections to it are cut by that, and
+    /// nothing is delivered any more. Does nothing the second time.
     void stop();
     /// What failed so far: opening the adapter or its transport; empty if nothing did. Final after `stop()`.
     QString problem() const;
@@ -41,13 +38,8 @@ Q_SIGNALS:
     void failed();
 
 private:
-    void keepTimeOfLine(double bitsPerSecond);
-    void waitForLine();
-
     bool mOpenFailed = false;
     std::atomic<bool> mFailed = false;
-    std::mutex mLineMutex;
-    QDeadlineTimer mLineFree; // by mLineMutex; default where nothing was sent
     std::unique_ptr<AbstractCanAdapter> mAdapter;
 };
 

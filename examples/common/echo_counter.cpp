@@ -7,20 +7,31 @@
 
 namespace buslink {
 
+namespace {
+
+// Well below what a line may be behind, so that it does not run empty.
+constexpr int LineWatchMs = 50;
+
+} // namespace
+
 EchoCounter::EchoCounter(int timeoutMs)
 {
     mWatch.setInterval(timeoutMs);
     connect(&mWatch, &QTimer::timeout, this, [this] { checkProgress(); });
+    mLineWatch.setSingleShot(true);
+    mLineWatch.setInterval(LineWatchMs);
+    connect(&mLineWatch, &QTimer::timeout, this, [this] { tell(); });
 }
 
 void EchoCounter::setAdapter(AbstractCanAdapter *adapter)
 {
     adapter->setEcho(true);
+    mLine.setAdapter(*adapter);
     connect(
         adapter, &AbstractCanAdapter::newCanMessage, this,
         [this](CAN::CanRxMessage *message) {
             if (message->isTx)
-                echoArrived();
+                echoArrived(message->message);
         },
         Qt::DirectConnection);
     mWatch.start();
@@ -31,18 +42,29 @@ QString EchoCounter::lateText() const
     return QStringLiteral("no sign that a frame was sent for %1 ms").arg(mWatch.interval());
 }
 
-// Runs on the adapter's thread.
-void EchoCounter::echoArrived()
+void EchoCounter::stop()
 {
+    mWatch.stop();
+    mStopped = true;
+    mLineWatch.stop();
+}
+
+// Runs on the adapter's thread.
+void EchoCounter::echoArrived(const CAN::CanMessage &frame)
+{
+    mLine.frameQueued(frame);
     ++mEchoes;
     if (!mNoticed.exchange(true))
         QMetaObject::invokeMethod(
-            this,
-            [this] {
-                mNoticed = false;
-                Q_EMIT arrived();
-            },
-            Qt::QueuedConnection);
+            this, [this] { tell(); }, Qt::QueuedConnection);
+}
+
+void EchoCounter::tell()
+{
+    mNoticed = false;
+    Q_EMIT arrived();
+    if (!mStopped && !mLine.isFree())
+        mLineWatch.start();
 }
 
 // A frame that was accepted since the check before has not had the whole time yet.

@@ -3,26 +3,34 @@
 
 #include <QtTest/QtTest>
 
+#include <cstdio>
+#include <mutex>
+
 namespace {
-LogRecorder *current = nullptr;
-}
+std::mutex mutex;
+LogRecorder *current = nullptr; // by the mutex
+} // namespace
 
 LogRecorder::LogRecorder()
 {
-    Q_ASSERT(!current);
-    current = this;
+    {
+        const std::lock_guard lock(mutex);
+        Q_ASSERT(!current);
+        current = this;
+    }
     mPrevious = qInstallMessageHandler(&LogRecorder::handle);
 }
 
 LogRecorder::~LogRecorder()
 {
     qInstallMessageHandler(mPrevious);
+    const std::lock_guard lock(mutex);
     current = nullptr;
 }
 
 QList<LogRecord> LogRecorder::records() const
 {
-    const QMutexLocker lock(&mMutex);
+    const std::lock_guard lock(mutex);
     return mRecords;
 }
 
@@ -36,8 +44,11 @@ QStringList LogRecorder::texts() const
 
 void LogRecorder::handle(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
-    const QMutexLocker lock(&current->mMutex);
-    current->mRecords.append({type, QString::fromLatin1(context.category), text});
+    const std::lock_guard lock(mutex);
+    if (current)
+        current->mRecords.append({type, QString::fromLatin1(context.category), text});
+    else
+        std::fprintf(stderr, "%s\n", qPrintable(text));
 }
 
 LogRecord defaultLogRecord(QtMsgType type, const char *text)

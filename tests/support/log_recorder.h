@@ -2,7 +2,6 @@
 #pragma once
 
 #include <QtCore/QList>
-#include <QtCore/QMutex>
 #include <QtCore/QString>
 #include <QtCore/QtGlobal>
 
@@ -16,7 +15,8 @@ struct LogRecord
     bool operator==(const LogRecord &other) const = default;
 };
 
-/// Keeps all log records of the process while it lives, instead of printing them. One at a time.
+/// Keeps all log records of the process while it lives, instead of printing them. One at a time. Other threads may
+/// go on logging when it goes.
 class LogRecorder
 {
 public:
@@ -33,8 +33,7 @@ public:
 private:
     static void handle(QtMsgType type, const QMessageLogContext &context, const QString &text);
 
-    mutable QMutex mMutex;
-    QList<LogRecord> mRecords;
+    QList<LogRecord> mRecords; // by the mutex of `handle`, which may outlive the recorder
     QtMessageHandler mPrevious = nullptr;
 };
 

@@ -21,6 +21,8 @@ class LiveUsbAdapter : public ZorbekUSBCanAdapter
 {
 public:
     using ZorbekUSBCanAdapter::mPort;
+    using ZorbekUSBCanAdapter::mResponseReceived;
+    using ZorbekUSBCanAdapter::mSendingFailed;
     using ZorbekUSBCanAdapter::mTransmitBuffer;
     using ZorbekUSBCanAdapter::ZorbekUSBCanAdapter;
 
@@ -42,6 +44,31 @@ public:
         QByteArray bytes;
         inLoop([&] { bytes = QByteArray(mReceiveBuffer.constData(), mReceiveBuffer.size()); });
         return bytes;
+    }
+    /// Bytes that wait for the port. *Thread:* any.
+    QByteArray bytesToTransmit()
+    {
+        const QMutexLocker lock(&mTransmitMutex);
+        return QByteArray(mTransmitBuffer.constData(), mTransmitBuffer.size());
+    }
+    /// Forgets them. *Thread:* any.
+    void dropBytesToTransmit()
+    {
+        const QMutexLocker lock(&mTransmitMutex);
+        mTransmitBuffer.clear();
+    }
+    /// Whether a return is awaited, while a port that takes nothing holds the loop.
+    bool heldLoopAwaitsReturn()
+    {
+        const QMutexLocker lock(&mTransmitMutex);
+        return mResendTimer->isActive();
+    }
+    /// Milliseconds until a frame is sent again, -1 without a return to await. The loop has to run.
+    int remainingWait()
+    {
+        int milliseconds = 0;
+        inLoop([&] { milliseconds = mResendTimer->remainingTime(); });
+        return milliseconds;
     }
     /// Whether a return is awaited. The loop has to run.
     bool awaitsReturn()

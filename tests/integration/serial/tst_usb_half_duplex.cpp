@@ -156,6 +156,34 @@ private Q_SLOTS:
         QVERIFY(mLine->adapter->awaitsReturn());
     }
 
+    void secondFlushStartsTheTimerAnew()
+    {
+        QVERIFY(transmit(numberedFrames(1)));
+        QTRY_VERIFY_WITH_TIMEOUT(mLine->adapter->remainingWait() < 7500, WaitMs);
+        const int before = mLine->adapter->remainingWait();
+        QVERIFY(transmit(numberedFrames(1)));
+        const int after = mLine->adapter->remainingWait();
+        QVERIFY2(after > before, qPrintable(QStringLiteral("%1 ms after %2 ms").arg(after).arg(before)));
+    }
+
+    void portThatRefusesBytesStopsTheTimerAndHoldsTheLoopWhateverTheFlagSays()
+    {
+        QVERIFY(transmit(numberedFrames(1)));
+        QVERIFY(mLine->adapter->awaitsReturn());
+        const LogRecorder log;
+        mLine->adapter->inLoop([this] { mLine->adapter->mPort->close(); });
+        const CAN::CanMessage frame = makeFrame(0x123, "refused!");
+        mLine->adapter->write(frame);
+        QTRY_VERIFY_WITH_TIMEOUT(log.texts().size() > 10, WaitMs);
+        QVERIFY(!mLine->adapter->heldLoopAwaitsReturn());
+        QCOMPARE(mLine->adapter->bytesToTransmit(), wire(frame));
+        mLine->adapter->closeAdapter();
+        QVERIFY(!mLine->adapter->wait(500));
+        QCOMPARE(mLine->adapter->bytesToTransmit(), wire(frame));
+        mLine->adapter->dropBytesToTransmit();
+        QVERIFY(mLine->adapter->wait(WaitMs));
+    }
+
     void frameOfNothingButZerosCountsAsAReturn()
     {
         const QVector<CAN::CanMessage> frames = numberedFrames(2);
@@ -165,6 +193,15 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(mLine->adapter->waitingBytes(), QByteArray(), WaitMs);
         QCOMPARE(mFrames->count(), 0);
         QCOMPARE(takePending(*mLine->adapter), hexOf(frames));
+    }
+
+    void zerosBehindAPayloadAreNoReturn()
+    {
+        QVERIFY(receive(makeFrame(0x700, "foreign!")));
+        QVERIFY(receive(CAN::CanMessage()));
+        CAN::CanMessage zeros = makeFrame(0, "foreign!");
+        zeros.length = 0;
+        QCOMPARE(delivered(), QList<QByteArray>({bytesOf(makeFrame(0x700, "foreign!")), bytesOf(zeros)}));
     }
 
     void resentFrameIsAwaitedOnceMoreAndForgottenThen()
@@ -270,6 +307,8 @@ private Q_SLOTS:
         timer.start();
         for (UsbLine *line : {&returning, &disturbed, mLine.get()})
             line->adapter->write(frame);
+        // Not before the wait for a return has begun.
+        QTRY_COMPARE_WITH_TIMEOUT(disturbed.device.receivedCount(), wire(frame).size(), WaitMs);
         disturbed.device.send(wire(makeFrame(0x700, "foreign!")));
         QTRY_COMPARE_WITH_TIMEOUT(mLine->device.received(), wire(frame) + wire(frame), 10000 + WaitMs);
         // The timer may be early by the twentieth that Qt's coarse timers take.

@@ -135,7 +135,7 @@ private Q_SLOTS:
         mLine->device.setPieces(1, 1);
         mLine->device.send(joined(frames));
         QTRY_COMPARE_WITH_TIMEOUT(allOf(*mFrames), allOf(frames), WaitMs);
-        QVERIFY(!allOf(frames).contains(told(makeFrame(0, {}))));
+        QVERIFY(!allOf(*mFrames).contains(told(makeFrame(0, {}))));
     }
 
     void garbageWithoutBit7IsDroppedByteByByte()
@@ -148,6 +148,55 @@ private Q_SLOTS:
                                                       + QByteArray::fromHex("88012301"
                                                                             "02117F2067"),
                                                   4));
+    }
+
+    void garbageBetweenMessagesIsDroppedByteByByte()
+    {
+        const QByteArray garbage = QByteArray::fromHex("7F0D00");
+        const CAN::CanMessage first = makeFrame(0x111, "first   ");
+        const CAN::CanMessage second = makeFrame(0x123, QByteArray::fromHex("11FF"));
+        QVERIFY(sendAndWait(wire(first) + garbage + wire(second)));
+        QTRY_COMPARE_WITH_TIMEOUT(allOf(*mFrames), allOf({first, second}), WaitMs);
+        QCOMPARE(mLog->texts(), strayBytesRecords(garbage + wire(second), 3));
+    }
+
+    void onlyAChecksumErrorLeavesTheFlushOfItsPassOut_data()
+    {
+        QTest::addColumn<QByteArray>("received");
+        QTest::addColumn<bool>("isLeftOut");
+        QTest::newRow("checksum error") << QByteArray::fromHex("88012301021131207B") << true;
+        QTest::newRow("frame") << wire(makeFrame(0x123, QByteArray::fromHex("11FF"))) << false;
+        QTest::newRow("stray byte") << QByteArray("\x01") << false;
+    }
+
+    void onlyAChecksumErrorLeavesTheFlushOfItsPassOut()
+    {
+        QFETCH(QByteArray, received);
+        QFETCH(bool, isLeftOut);
+        LiveUsbAdapter *const adapter = mLine->adapter.get();
+        const QByteArray text = "to the device";
+        QByteArray left;
+        std::atomic<bool> looked = false;
+        // Both come in between two passes: the bytes to send together with those received, the look one pass later.
+        const auto connection = connect(
+            adapter->mPort, &QIODevice::readyRead, adapter,
+            [&] {
+                adapter->addToBuffer(text);
+                QMetaObject::invokeMethod(
+                    adapter->mPort,
+                    [&] {
+                        left = adapter->bytesToTransmit();
+                        looked = true;
+                    },
+                    Qt::QueuedConnection);
+            },
+            Qt::DirectConnection);
+        mLine->device.send(received);
+        QTRY_VERIFY_WITH_TIMEOUT(looked, WaitMs);
+        disconnect(connection);
+        QCOMPARE(left, isLeftOut ? text : QByteArray());
+        QCOMPARE(mLog->texts().join(QString()).contains(QLatin1String("checksum error")), isLeftOut);
+        QTRY_COMPARE_WITH_TIMEOUT(mLine->device.received(), text, WaitMs);
     }
 
     void newHeadInsideAnIncompleteMessageDropsWhatWasThere()
@@ -210,20 +259,22 @@ private Q_SLOTS:
 
     void zeroBytesAreLeftBehindAMessageAndDropped_data()
     {
-        QTest::addColumn<QByteArray>("payload");
+        QTest::addColumn<CAN::CanMessage>("frame");
         QTest::addColumn<int>("zeros");
-        QTest::newRow("no payload leaves one") << QByteArray() << 1;
-        QTest::newRow("4 bytes leave three") << QByteArray("1234") << 4 - 1;
-        QTest::newRow("5 bytes leave two") << QByteArray("12345") << 2;
-        QTest::newRow("6 bytes leave one") << QByteArray("123456") << 1;
-        QTest::newRow("3 bytes leave none") << QByteArray("123") << 0;
+        CAN::CanMessage extended = makeFrame(0x123, "12");
+        extended.isExtended = true;
+        QTest::newRow("no payload leaves one") << makeFrame(0x123, {}) << 1;
+        QTest::newRow("4 bytes leave three") << makeFrame(0x123, "1234") << 3;
+        QTest::newRow("5 bytes leave two") << makeFrame(0x123, "12345") << 2;
+        QTest::newRow("6 bytes leave one") << makeFrame(0x123, "123456") << 1;
+        QTest::newRow("3 bytes leave none") << makeFrame(0x123, "123") << 0;
+        QTest::newRow("2 bytes of an extended frame leave three") << extended << 3;
     }
 
     void zeroBytesAreLeftBehindAMessageAndDropped()
     {
-        QFETCH(QByteArray, payload);
+        QFETCH(CAN::CanMessage, frame);
         QFETCH(int, zeros);
-        const CAN::CanMessage frame = makeFrame(0x123, payload);
         const QStringList records = strayBytesRecords(QByteArray(zeros, '\0'), zeros);
         QVERIFY(sendAndWait(wire(frame)));
         QTRY_COMPARE_WITH_TIMEOUT(mLog->texts(), records, WaitMs);
@@ -238,7 +289,7 @@ private Q_SLOTS:
         const QByteArray foreign = QByteArray::fromHex("86032301000027");
         QVERIFY(sendAndWait(foreign));
         QVERIFY(sendAndWait(wire(makeFrame(0x123, {}))));
-        // Two passes later nothing has changed.
+        // Each look comes one pass after the one before, and nothing has changed.
         for (int pass = 0; pass < 2; ++pass)
             QCOMPARE(mLine->adapter->waitingBytes().left(7), foreign);
         QCOMPARE(mFrames->count(), 0);

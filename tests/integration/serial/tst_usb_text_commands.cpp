@@ -50,6 +50,34 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(line.device.received(), " \r" + CommandBytes, WaitMs);
     }
 
+    void textLeavesInTheSameRunIfTheThreadFlushesBeforeItSeesTheFlag()
+    {
+        UsbLine line;
+        QVERIFY(line.open());
+        line.device.setAnswer("\r");
+        // A frame is delivered between the look at the flag and the flush: there the loop is held until the command is
+        // through.
+        const auto hold = [&line] {
+            while (line.adapter->getRunning())
+                QCoreApplication::processEvents();
+        };
+        const bool connected = connect(line.adapter.get(), &AbstractCanAdapter::newCanMessage, line.adapter.get(), hold,
+                                       Qt::DirectConnection);
+        QVERIFY(connected);
+        // What the line has not carried is dropped with the end of the run, so it may take more than one.
+        const auto leaves = [&line] {
+            line.device.forgetReceived();
+            line.device.send(wire(makeFrame(0x123, "1234567")));
+            if (line.adapter->write(Command) != CAN::RetOk || !line.adapter->wait(WaitMs)
+                || !line.adapter->mTransmitBuffer.isEmpty())
+                qFatal("the text did not leave the buffer");
+            const bool received = line.device.received() == " \r" + CommandBytes;
+            return received || !line.open();
+        };
+        QVERIFY(QTest::qWaitFor(leaves, WaitMs));
+        QCOMPARE(line.device.received(), " \r" + CommandBytes);
+    }
+
     void emptyCommandIsACarriageReturn()
     {
         UsbLine line;
@@ -78,10 +106,60 @@ private Q_SLOTS:
         QVERIFY(line.adapter->getRunning());
         QVERIFY(line.adapter->mTransmitBuffer.isEmpty());
         QCOMPARE(line.device.received(), QByteArray(" \r"));
+        QVERIFY(line.adapter->mSendingFailed);
+        QVERIFY(!line.adapter->mResponseReceived);
         // A device that has come to itself answers the next one.
         line.device.setAnswer("\r");
         QCOMPARE(line.adapter->write(Command), CAN::RetOk);
         QVERIFY(line.adapter->wait(WaitMs));
+    }
+
+    void answerToAFailedCommandIsAwaitedInLaterRunsToo()
+    {
+        UsbLine line;
+        const FrameRecorder frames(line.adapter.get());
+        QVERIFY(line.open());
+        QTimer::singleShot(0, line.adapter.get(), &serialPortAdapter::errorSendingString);
+        QCOMPARE(line.adapter->write(Command), CAN::RetError);
+        line.adapter->closeAdapter();
+        QVERIFY(line.adapter->wait(WaitMs));
+        QVERIFY(line.open());
+        QVERIFY(line.adapter->mSendingFailed);
+        QVERIFY(!line.adapter->mResponseReceived);
+        // Without a carriage return bytes pass, with one they are taken for the answer.
+        const CAN::CanMessage passing = makeFrame(0x123, "1234567");
+        line.device.send(wire(passing));
+        QTRY_COMPARE_WITH_TIMEOUT(frames.count(), 1, WaitMs);
+        const QByteArray swallowed = wire(makeFrame(0x123, "123456\r"));
+        const LogRecorder log;
+        line.device.send(swallowed);
+        QTRY_COMPARE_WITH_TIMEOUT(log.texts().size(), 1, WaitMs);
+        QString record;
+        QDebug(&record).nospace() << "readResponse " << swallowed;
+        QCOMPARE(log.texts(), QStringList{record});
+        line.device.send(wire(makeFrame(0x123, "1234567")));
+        QTRY_COMPARE_WITH_TIMEOUT(frames.count(), 2, WaitMs);
+        QCOMPARE(bytesOf(frames.frames().at(1).message), bytesOf(passing));
+        QVERIFY(line.adapter->mSendingFailed);
+    }
+
+    void the5SecondsOfAnAnsweredCommandEndTheWaitOfALaterOne()
+    {
+        UsbLine line;
+        QVERIFY(line.open());
+        line.device.setAnswer("\r");
+        QElapsedTimer sinceFirst;
+        sinceFirst.start();
+        QCOMPARE(line.adapter->write(Command), CAN::RetOk);
+        QVERIFY(line.adapter->wait(WaitMs));
+        line.device.setAnswer({});
+        QVERIFY(line.open());
+        QTest::qWait(3000);
+        QElapsedTimer sinceSecond;
+        sinceSecond.start();
+        QCOMPARE(line.adapter->write(Command), CAN::RetError);
+        QVERIFY(sinceFirst.elapsed() >= 4700);
+        QVERIFY2(sinceSecond.elapsed() < 4700, qPrintable(QString::number(sinceSecond.elapsed())));
     }
 
     void commandWithoutAPortFailsAtOnce()
@@ -115,8 +193,19 @@ private Q_SLOTS:
         const FrameRecorder frames(line.adapter.get());
         QVERIFY(line.open());
         const CAN::CanMessage frame = makeFrame(0x123, "1234567");
-        line.device.setPieces(wire(frame).size(), 50);
-        line.device.setAnswer(wire(frame) + '\r');
+        // The frame while the answer is awaited, the answer when the frame is there.
+        bool frameSent = false;
+        QTimer device;
+        connect(&device, &QTimer::timeout, this, [&] {
+            if (!frameSent && line.device.receivedCount() == 2) {
+                frameSent = true;
+                line.device.send(wire(frame));
+            } else if (frames.count() == 1) {
+                line.device.send("\r");
+                device.stop();
+            }
+        });
+        device.start(1);
         QCOMPARE(line.adapter->write(Command), CAN::RetOk);
         QVERIFY(line.adapter->wait(WaitMs));
         QCOMPARE(frames.count(), 1);

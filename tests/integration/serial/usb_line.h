@@ -19,6 +19,19 @@ struct UsbLine
         adapter->open();
         return QTest::qWaitFor([this] { return adapter->getRunning(); }, WaitMs);
     }
+    /// The same by the option, which says itself whether that worked: a run that came late is tried again.
+    bool openByOption() const
+    {
+        const auto opened = [this] {
+            if (adapter->setCanAdapterOption(AbstractCanAdapter::option_toggleComPort, true))
+                return true;
+            if (QTest::qWaitFor([this] { return adapter->getRunning(); }, WaitMs))
+                adapter->closeAdapter();
+            adapter->wait();
+            return false;
+        };
+        return QTest::qWaitFor(opened, WaitMs);
+    }
     /// The same for half-duplex operation, without echoes.
     bool openHalfDuplex() const
     {

@@ -116,6 +116,10 @@ private Q_SLOTS:
         interface("16 bytes", QStringLiteral(":abcdefghijklmnop"), QStringLiteral("abcdefghijklmnop"));
         interface("16 bytes in 15 characters", QString::fromUtf8(":abcdefghijklmn\u00e4"),
                   QString::fromUtf8("abcdefghijklmn\u00e4"));
+        QTest::newRow("serial port with a dash")
+            << QStringLiteral("usb:/dev/serial/by-id/usb-Maker_Thing-if00")
+            << QStringLiteral("'/dev/serial/by-id/usb-Maker_Thing-if00' has a dash, which no name of a serial port may "
+                              "have here; give the port it stands for, as ttyUSB0");
         interface("blank within", QStringLiteral(":my can"), QStringLiteral("my can"));
     }
     void wrongArgumentsAreExplained()

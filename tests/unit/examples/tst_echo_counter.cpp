@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "common/echo_counter.h"
+#include "fake_serial_adapter.h"
 #include "support/fake_adapter.h"
+#include "support/frame_recorder.h"
 
 #include <QtTest/QtTest>
 
@@ -110,6 +112,36 @@ private Q_SLOTS:
         bench.echo(2);
         QTest::qWait(100);
         QCOMPARE(bench.late, 0);
+    }
+
+    void framesOnASerialLineHaveLeftWhenTheLineHasCarriedThem()
+    {
+        EchoCounter counter(60000);
+        FakeSerialAdapter adapter(7 * 11 * 2); // half a second for the shortest frame
+        counter.setAdapter(&adapter);
+        QVERIFY(counter.allHaveLeft());
+        int arrived = 0;
+        bool hadLeft = false;
+        connect(&counter, &EchoCounter::arrived, this, [&] {
+            ++arrived;
+            hadLeft = counter.allHaveLeft();
+        });
+        QElapsedTimer timer;
+        timer.start();
+        CAN::CanMessage frame = makeFrame(0x123, {});
+        while (counter.hasRoom()) {
+            counter.frameAccepted();
+            adapter.write(&frame);
+        }
+        QVERIFY(counter.sentFrames() >= 3);
+        QVERIFY(!counter.allHaveLeft());
+        // It tells by itself when there is room and when all have left.
+        QTRY_VERIFY_WITH_TIMEOUT(hadLeft, 20000);
+        QVERIFY(timer.elapsed() >= 1500);
+        const int last = arrived;
+        QVERIFY(last >= 2);
+        QTest::qWait(200);
+        QCOMPARE(arrived, last);
     }
 
     void nothingIsLateAfterAStop()

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "busplay/player.h"
+#include "fake_serial_adapter.h"
 #include "support/fake_adapter.h"
 #include "support/frame_recorder.h"
 
@@ -242,6 +243,28 @@ private Q_SLOTS:
         bench.player.interrupt();
         QCOMPARE(bench.finishedCount, 1);
         QCOMPARE(bench.player.error(), QStringLiteral("the transport of the adapter failed"));
+    }
+
+    void aSerialLineIsNotOverrunAndAnInterruptWaitsForItsSecondAlone()
+    {
+        Bench bench;
+        FakeSerialAdapter adapter(7 * 11 * 10); // ten of the shortest frames a second
+        bench.player.setAdapter(&adapter);
+        bench.feed(QByteArray("(1.0) can0 123#\n").repeated(100));
+        bench.endInput();
+        QElapsedTimer timer;
+        timer.start();
+        bench.player.start();
+        QTRY_VERIFY(adapter.written >= 15);
+        // As many as the line has carried, a second's worth, and the one that fills it.
+        QVERIFY(adapter.written <= timer.elapsed() / 100 + 11 + 1);
+        bench.player.interrupt();
+        const int written = adapter.written;
+        QCOMPARE(bench.finishedCount, 0);
+        QTRY_COMPARE_WITH_TIMEOUT(bench.finishedCount, 1, 20000);
+        QVERIFY(timer.elapsed() >= written * qint64(100));
+        QCOMPARE(adapter.written, written);
+        QCOMPARE(bench.player.error(), QString());
     }
 
     void anInputThatCannotBeReadIsAnError()

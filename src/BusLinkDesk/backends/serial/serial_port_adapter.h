@@ -22,7 +22,7 @@
 /// (`option_baudrate`, whose default of 0 no port takes, `option_databits`, `option_parity`,
 /// `option_flowControl`, `option_stopbits`) are read when the loop sets up its port.
 ///
-/// `open()`, text commands and `option_toggleComPort` process the caller's events while they wait.
+/// `open()`, text commands and `option_toggleComPort` with true process the caller's events while they wait.
 ///
 /// *Thread:* the port lives on the adapter's own thread and is used there alone.
 class BUSLINKDESK_EXPORT serialPortAdapter : public AbstractCanAdapter
@@ -56,7 +56,9 @@ public:
     /// *Fails:* `CAN::RetError` without an open port or without an answer.
     /// *Kept on purpose:* a command ends the adapter's thread. The text leaves if the loop comes to its
     /// transmit buffer before it sees that, else it stays there for the next run. The answer to the blank
-    /// is dropped with all that came in one piece with it.
+    /// is dropped with all that came in one piece with it. After a failure it is still awaited, in later runs too:
+    /// the next piece with a carriage return is dropped. The 5000 ms of an answered command go on and end the
+    /// wait of a later one.
     CAN::RetType write(QString text) override;
     /// Stores the rate; the device does not learn of it. Returns `CAN::RetOk`.
     CAN::RetType setBitrate(unsigned short rate) override;
@@ -71,7 +73,8 @@ public:
     /// `option_Reset`, and returns whether that worked; false if there is no such port. With false it
     /// takes RTS and DTR away, ends the thread and returns whether the port is still open, so false;
     /// nothing happens without an open port. All other options are not known here: false.
-    /// *Blocks:* as `open()` does, or until the thread has ended and 600 ms more.
+    /// *Blocks:* with true as `open()` does; with false, without processing events, up to 500 ms for RTS and DTR,
+    /// which stay as they are if the loop is held for so long, then until the thread has ended and 600 ms more.
     bool setSpecificCanAdapterOption(AdapterOption option, QVariant value) override;
     /// Returns the sixteen options without a meaning here.
     QList<AdapterOption> getSkippedOptions() const override;
@@ -123,7 +126,7 @@ protected:
     QByteArray mTransmitBuffer;    ///< Bytes that wait for the port.
     QMutex mReceiveMutex;          ///< Guards appending to and taking from `mReceiveBuffer`.
     qint64 mReceivedBytes = 0;     ///< Bytes that went into `mReceiveBuffer` in this run.
-    bool mResponseReceived = true; ///< No text command waits for the device.
+    bool mResponseReceived = true; ///< The device has answered the last text command, if there was one.
     bool mSendingFailed = false;   ///< The last text command was given up.
     QMutex mTransmitMutex;         ///< Guards `mTransmitBuffer`, and `mPort` against its end.
 

@@ -15,9 +15,12 @@
 /// delivered, and a frame that does not return within 10 s of the last transmission is sent once more.
 /// *Kept on purpose:* any received frame ends the waiting; one that is no return drops all frames that
 /// wait for theirs. A return is recognised by all 64 payload bytes, and a frame with `isBrs` never is.
+/// Adapters with this option must not be linked to each other or to themselves: a frame is delivered with the lock
+/// held that `write()` takes, and their threads would wait for each other for ever.
 ///
 /// The loop polls: it sleeps 5 µs when there is nothing to do, with `option_disableSleep` only every 255th
-/// time, and not at all while part of a message is there.
+/// time, and not at all while part of a message is there. A message of an unknown type stays there for good: it
+/// stops reception, and what comes behind it fills the memory.
 ///
 /// *Thread:* `write(CAN::CanMessage*)` from any thread, and it delivers its echo there; received frames on
 /// the adapter's own. With `option_halfDuplex` a direct receiver must not write to the same adapter, and

@@ -185,7 +185,7 @@ private Q_SLOTS:
 
     void allUsedBitsOfTheExtraBytesAreSetForFF()
     {
-        // 4 header bytes behind the head hold no bit 7, the 17 of the payload fill what is left.
+        // The 4 bytes between head and payload hold no bit 7, the 16 of the payload do: 20 bits of 21.
         const QByteArray wire = encoded(frame(0, QByteArray(16, '\xFF'), false, true));
         QCOMPARE(wire.mid(5, 16), QByteArray(16, '\x7F'));
         QCOMPARE(wire.mid(21, 3), hex("70 7F 3F"));
@@ -263,7 +263,6 @@ private Q_SLOTS:
         QList<CAN::CanMessage> sent;
         QByteArray wire;
         for (int i = 0; i < 40; ++i) {
-            // Bytes behind the length would be those of the frame before.
             sent.append(randomFrame(random));
             wire.append(encoded(sent.last()));
         }
