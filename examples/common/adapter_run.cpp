@@ -9,16 +9,25 @@ namespace buslink {
 
 AdapterRun::AdapterRun(std::unique_ptr<AbstractCanAdapter> adapter) : mAdapter(std::move(adapter))
 {
-    // The flag is set on the adapter's thread, so that it is right as soon as that thread has ended; the
-    // signal waits for the event loop.
+    connect(mAdapter.get(), &AbstractCanAdapter::interfaceError, this, &AdapterRun::fail, Qt::DirectConnection);
+    // Some adapters end their loop without a word.
     connect(
-        mAdapter.get(), &AbstractCanAdapter::interfaceError, this, [this] { mFailed = true; }, Qt::DirectConnection);
-    connect(mAdapter.get(), &AbstractCanAdapter::interfaceError, this, &AdapterRun::failed, Qt::QueuedConnection);
-    if (auto *const serial = qobject_cast<serialPortAdapter *>(mAdapter.get())) {
-        connect(
-            serial, &serialPortAdapter::serialPortError, this, [this] { mFailed = true; }, Qt::DirectConnection);
-        connect(serial, &serialPortAdapter::serialPortError, this, &AdapterRun::failed, Qt::QueuedConnection);
-    }
+        mAdapter.get(), &QThread::finished, this,
+        [this] {
+            if (!mStopping.load())
+                fail();
+        },
+        Qt::DirectConnection);
+    if (auto *const serial = qobject_cast<serialPortAdapter *>(mAdapter.get()))
+        connect(serial, &serialPortAdapter::serialPortError, this, &AdapterRun::fail, Qt::DirectConnection);
+}
+
+// The flag is set on the adapter's thread, so that it is right as soon as that thread has ended; the signal waits
+// for the event loop.
+void AdapterRun::fail()
+{
+    if (!mFailed.exchange(true))
+        QMetaObject::invokeMethod(this, &AdapterRun::failed, Qt::QueuedConnection);
 }
 
 AdapterRun::~AdapterRun()
@@ -49,6 +58,7 @@ void AdapterRun::stop()
 {
     if (!mAdapter)
         return;
+    mStopping = true;
     mAdapter->prepareToTerminate();
     mAdapter->wait();
     mAdapter.reset();

@@ -38,8 +38,11 @@ Q_SIGNALS:
     void failed();
 
 private:
+    void fail();
+
     bool mOpenFailed = false;
     std::atomic<bool> mFailed = false;
+    std::atomic<bool> mStopping = false;
     std::unique_ptr<AbstractCanAdapter> mAdapter;
 };
 
