@@ -3,11 +3,10 @@
 
 #include "busdesk/adapter_desk.h"
 #include "busdesk/desk_texts.h"
+#include "busdesk/table_heading.h"
 
 #include <QtGui/QColor>
 #include <QtGui/QFont>
-
-#include <array>
 
 namespace buslink {
 
@@ -15,13 +14,7 @@ namespace {
 
 using A = AbstractCanAdapter;
 
-struct Heading
-{
-    const char *text;
-    const char *toolTip;
-};
-
-constexpr std::array<Heading, AdapterTableModel::ColumnCount> headings{{
+constexpr std::array<TableHeading, AdapterTableModel::ColumnCount> headings{{
     {"No.", "The adapter's identifier and its place in the set"},
     {"Type", "What kind of bus access it is"},
     {"Device", "Interface, port or host"},
@@ -88,12 +81,7 @@ int AdapterTableModel::columnCount(const QModelIndex &parent) const
 
 QVariant AdapterTableModel::headerData(int section, Qt::Orientation orientation, int role) const
 {
-    if (orientation == Qt::Vertical || section < 0 || section >= ColumnCount)
-        return {};
-    const Heading &heading = headings.at(static_cast<std::size_t>(section));
-    if (role == Qt::DisplayRole)
-        return QString::fromLatin1(heading.text);
-    return role == Qt::ToolTipRole ? QString::fromLatin1(heading.toolTip) : QVariant();
+    return headingData(headings, section, orientation, role);
 }
 
 QVariant AdapterTableModel::text(A *adapter, int column) const

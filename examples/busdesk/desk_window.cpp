@@ -3,28 +3,85 @@
 
 #include "busdesk/adapter_panel.h"
 #include "busdesk/desk_texts.h"
+#include "busdesk/frame_table.h"
+#include "busdesk/identifier_model.h"
 #include "busdesk/named_widgets.h"
+#include "busdesk/payload_delegate.h"
+#include "busdesk/send_panel.h"
+#include "busdesk/trace_panel.h"
 
 #include <QtWidgets/QLabel>
+#include <QtWidgets/QPushButton>
 #include <QtWidgets/QSplitter>
 #include <QtWidgets/QStatusBar>
 #include <QtWidgets/QTabWidget>
+#include <QtWidgets/QVBoxLayout>
 
 namespace buslink {
 
+namespace {
+
+// Often enough for the eye, seldom enough for a busy bus.
+constexpr int FetchIntervalMs = 50;
+
+} // namespace
+
 DeskWindow::DeskWindow()
     : mAdapterPanel(new AdapterPanel(&mDesk))
+    , mTracePanel(new TracePanel(&mDesk))
+    , mIdentifiers(new IdentifierModel)
+    , mSendPanel(new SendPanel(&mDesk))
     , mPages(named<QTabWidget>("pages", QString()))
     , mLamp(named<QLabel>("lamp", tr("The adapters that are open, and the worst that one of them tells")))
 {
     setWindowTitle(tr("Bus desk"));
     auto *const halves = new QSplitter(Qt::Vertical);
     halves->addWidget(mAdapterPanel);
+    halves->addWidget(mPages);
+    halves->setStretchFactor(1, 1);
+    addPages();
     setCentralWidget(halves);
     statusBar()->addWidget(mLamp);
     connect(&mDesk, &AdapterDesk::statusChanged, this, &DeskWindow::showStatus);
     showStatus();
+    connect(&mFetch, &QTimer::timeout, this, &DeskWindow::fetchFrames);
+    mFetch.start(FetchIntervalMs);
     resize(1100, 760);
+}
+
+void DeskWindow::addPages()
+{
+    mPages->addTab(mTracePanel, tr("Tra&ce"));
+    mPages->addTab(identifierPage(), tr("By &identifier"));
+    mPages->addTab(mSendPanel, tr("Se&nd"));
+    connect(mTracePanel, &TracePanel::told, mAdapterPanel, &AdapterPanel::tell);
+    connect(mSendPanel, &SendPanel::told, mAdapterPanel, &AdapterPanel::tell);
+}
+
+QWidget *DeskWindow::identifierPage()
+{
+    auto *const page = new QWidget;
+    auto *const table = named<QTableView>("identifiers", QString());
+    auto *const clear = named<QPushButton>("clearIdentifiers", tr("Begins to count anew"), tr("C&lear"));
+    mIdentifiers->setParent(page);
+    table->setModel(mIdentifiers);
+    table->setItemDelegateForColumn(IdentifierModel::Payload, new PayloadDelegate(table));
+    prepareFrameTable(table, {7, 3, 10, 10, 10, 12});
+    auto *const layout = new QVBoxLayout(page);
+    layout->addWidget(table);
+    layout->addWidget(clear, 0, Qt::AlignLeft);
+    connect(clear, &QPushButton::clicked, mIdentifiers, &IdentifierModel::clear);
+    return page;
+}
+
+void DeskWindow::fetchFrames()
+{
+    mDesk.inbox().take(mFrames);
+    if (!mFrames.empty()) {
+        mTracePanel->append(mFrames);
+        mIdentifiers->append(mFrames);
+    }
+    mSendPanel->showSent();
 }
 
 // The pages ask the desk until they are gone.

@@ -3,7 +3,10 @@
 
 #include "busdesk/adapter_desk.h"
 
+#include <QtCore/QTimer>
 #include <QtWidgets/QMainWindow>
+
+#include <vector>
 
 class QLabel;
 class QTabWidget;
@@ -11,6 +14,9 @@ class QTabWidget;
 namespace buslink {
 
 class AdapterPanel;
+class IdentifierModel;
+class SendPanel;
+class TracePanel;
 
 /// The window: the adapters above, the pages for what goes over the bus below.
 class DeskWindow : public QMainWindow
@@ -24,12 +30,21 @@ public:
 
     AdapterDesk &desk() { return mDesk; }
     AdapterPanel *adapterPanel() { return mAdapterPanel; }
+    TracePanel *tracePanel() { return mTracePanel; }
 
 private:
+    void addPages();
+    QWidget *identifierPage();
+    void fetchFrames();
     void showStatus();
 
-    AdapterDesk mDesk; // outlives the pages
+    AdapterDesk mDesk;                      // outlives the pages
+    std::vector<CAN::CanRxMessage> mFrames; // kept for its memory
+    QTimer mFetch;
     AdapterPanel *mAdapterPanel;
+    TracePanel *mTracePanel;
+    IdentifierModel *mIdentifiers;
+    SendPanel *mSendPanel;
     QTabWidget *mPages;
     QLabel *mLamp;
 };
