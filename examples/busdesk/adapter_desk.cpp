@@ -178,7 +178,7 @@ QString AdapterDesk::load(const QString &path)
     if (!file.error.isEmpty())
         return file.error;
     auto fresh = std::make_unique<AdapterSet>();
-    const QString error = fresh->restore(file.adapters);
+    QString error = fresh->restore(file.adapters);
     if (!error.isEmpty())
         return error;
     const QList<A *> all = adapters();

@@ -83,12 +83,12 @@ void AdapterPanel::addButtons()
     connect(mUp, &QPushButton::clicked, this, [this] { move(true); });
     mDown = addButton("down", tr("D&own"), tr("Moves the selected adapter to the number above"));
     connect(mDown, &QPushButton::clicked, this, [this] { move(false); });
-    mRemove = addButton("remove", tr("&Remove"), tr("Closes the selected adapter and takes it out of the set"));
+    mRemove = addButton("remove", tr("Re&move"), tr("Closes the selected adapter and takes it out of the set"));
     connect(mRemove, &QPushButton::clicked, this, &AdapterPanel::remove);
     row->addStretch();
     connect(addButton("save", tr("&Save..."), tr("Writes the set to a file, which bussets reads as well")),
             &QPushButton::clicked, this, &AdapterPanel::saveAs);
-    connect(addButton("restore", tr("Res&tore..."), tr("Puts the adapters of a file in the place of these")),
+    connect(addButton("restore", tr("&Restore..."), tr("Puts the adapters of a file in the place of these")),
             &QPushButton::clicked, this, &AdapterPanel::restore);
 }
 

@@ -2,6 +2,7 @@
 #include "busdesk/desk_window.h"
 
 #include "busdesk/adapter_panel.h"
+#include "busdesk/bit_timing_page.h"
 #include "busdesk/desk_texts.h"
 #include "busdesk/frame_table.h"
 #include "busdesk/identifier_model.h"
@@ -51,9 +52,10 @@ DeskWindow::DeskWindow()
 
 void DeskWindow::addPages()
 {
-    mPages->addTab(mTracePanel, tr("Tra&ce"));
-    mPages->addTab(identifierPage(), tr("By &identifier"));
+    mPages->addTab(mTracePanel, tr("&Trace"));
+    mPages->addTab(identifierPage(), tr("&By identifier"));
     mPages->addTab(mSendPanel, tr("Se&nd"));
+    mPages->addTab(new BitTimingPage, tr("Bit timin&g"));
     connect(mTracePanel, &TracePanel::told, mAdapterPanel, &AdapterPanel::tell);
     connect(mSendPanel, &SendPanel::told, mAdapterPanel, &AdapterPanel::tell);
 }

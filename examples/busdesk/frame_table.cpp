@@ -6,10 +6,19 @@
 
 namespace buslink {
 
+// Not every platform knows a fixed font of the system's.
+QFont fixedFont()
+{
+    QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    if (!QFontInfo(font).fixedPitch())
+        font.setFamily(QStringLiteral("monospace"));
+    return font;
+}
+
 // Heights and widths that follow the content would have the view look at every row.
 void prepareFrameTable(QTableView *table, std::initializer_list<int> letters)
 {
-    const QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    const QFont font = fixedFont();
     const QFontMetrics metrics(font);
     table->setFont(font);
     table->setSelectionBehavior(QAbstractItemView::SelectRows);

@@ -117,7 +117,7 @@ QVariant IdentifierModel::data(const QModelIndex &index, int role) const
         return row.changed;
     case Qt::TextAlignmentRole:
         if (index.column() == Count || index.column() == Period)
-            return int(Qt::AlignRight | Qt::AlignVCenter);
+            return int(Qt::AlignCenter);
         return {};
     default:
         return {};

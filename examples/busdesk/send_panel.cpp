@@ -2,11 +2,10 @@
 #include "busdesk/send_panel.h"
 
 #include "busdesk/adapter_desk.h"
-#include "busdesk/frame_texts.h"
+#include "busdesk/frame_table.h"
 #include "busdesk/named_widgets.h"
 #include "common/candump_log.h"
 
-#include <QtGui/QFontDatabase>
 #include <QtWidgets/QComboBox>
 #include <QtWidgets/QHBoxLayout>
 #include <QtWidgets/QLabel>
@@ -60,7 +59,7 @@ SendRow::SendRow(AdapterDesk *desk)
 void SendRow::addFields()
 {
     mFrame->setText(QStringLiteral("123#1122334455667788"));
-    mFrame->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    mFrame->setFont(fixedFont());
     mInterval->setRange(IntervalMinMs, IntervalMaxMs);
     mInterval->setValue(100);
     mInterval->setSuffix(tr(" ms"));
@@ -157,9 +156,10 @@ void SendRow::showRunning()
     const bool running = mJob.isRunning();
     mStart->setChecked(running);
     mStart->setText(running ? tr("Stop") : tr("Start"));
-    for (QWidget *field : {static_cast<QWidget *>(mAdapter), static_cast<QWidget *>(mFrame),
-                           static_cast<QWidget *>(mInterval), static_cast<QWidget *>(mCount)})
+    for (QWidget *field :
+         {static_cast<QWidget *>(mAdapter), static_cast<QWidget *>(mInterval), static_cast<QWidget *>(mCount)})
         field->setEnabled(!running);
+    mFrame->setReadOnly(running);
     showSent();
 }
 
@@ -180,6 +180,8 @@ SendPanel::SendPanel(AdapterDesk *desk) : mDesk(desk), mRows(new QVBoxLayout)
     scroll->setWidget(inside);
     scroll->setWidgetResizable(true);
     scroll->setFrameShape(QFrame::NoFrame);
+    scroll->viewport()->setAutoFillBackground(false);
+    inside->setAutoFillBackground(false);
     auto *const layout = new QVBoxLayout(this);
     layout->addWidget(scroll);
     connect(add, &QPushButton::clicked, this, &SendPanel::addRow);

@@ -167,7 +167,7 @@ QVariant TraceModel::data(const QModelIndex &index, int role) const
         return frame.isTx ? QColor(0x15, 0x65, 0xC0) : QVariant();
     case Qt::TextAlignmentRole:
         if (index.column() == Time || index.column() == Length)
-            return int(Qt::AlignRight | Qt::AlignVCenter);
+            return int(Qt::AlignCenter);
         return {};
     default:
         return {};
