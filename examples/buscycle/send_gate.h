@@ -2,8 +2,7 @@
 #pragma once
 
 #include "common/echo_counter.h"
-
-#include <BusLinkDesk/adapter/abstract_can_adapter.h>
+#include "common/write_only_adapter.h"
 
 #include <atomic>
 
@@ -12,12 +11,10 @@ namespace buslink {
 /// Stands between a transmitter and an adapter: counts the frames that the adapter accepts, and holds the
 /// transmitter back while the adapter has no room. A transmitter takes a full buffer for a frame that was
 /// sent, and without pauses it would fill an unbounded queue until the memory ends.
-///
-/// It writes and does nothing else; opening and stopping the adapter is its owner's business.
-class SendGate : public AbstractCanAdapter
+class SendGate : public WriteOnlyAdapter
 {
 public:
-    using AbstractCanAdapter::write;
+    using WriteOnlyAdapter::write;
 
     /// Counts in `echoes`, which knows how many frames are on their way.
     explicit SendGate(EchoCounter *echoes) : mEchoes(echoes) {}
@@ -31,11 +28,7 @@ public:
     /// *Fails:* `CAN::RetError` if the adapter refuses the frame, `CAN::RetTxBufferFull` if the gate is shut.
     CAN::RetType write(CAN::CanMessage *message) override;
 
-    CAN::RetType open() override { return CAN::RetError; }
-    void closeAdapter() override {}
-    void resetDriver() override {}
     CAN::CanState getState() override { return mTarget->getState(); }
-    void prepareToTerminate() override {}
 
 private:
     EchoCounter *mEchoes;

@@ -44,7 +44,7 @@ std::vector<IdRange> withoutOverlap(std::vector<IdRange> ranges)
 
 } // namespace
 
-IdArgument parseIds(const QStringList &arguments)
+IdArgument parseIdRanges(const QStringList &arguments)
 {
     IdArgument result;
     for (const QString &argument : arguments) {
@@ -53,6 +53,14 @@ IdArgument parseIds(const QStringList &arguments)
             return result;
     }
     result.ranges = withoutOverlap(std::move(result.ranges));
+    return result;
+}
+
+IdArgument parseIds(const QStringList &arguments)
+{
+    IdArgument result = parseIdRanges(arguments);
+    if (!result.error.isEmpty())
+        return result;
     quint64 identifiers = 0;
     for (const IdRange &range : result.ranges)
         identifiers += range.last - range.first + 1;

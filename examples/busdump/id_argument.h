@@ -27,6 +27,9 @@ struct IdArgument
     QString error;               ///< Why the arguments make no sense; empty if they do.
 };
 
+/// Reads arguments as `parseIds` does, however many identifiers they stand for.
+IdArgument parseIdRanges(const QStringList &arguments);
+
 /// Reads arguments of the form `123` or `100-1FF`, hexadecimal.
 IdArgument parseIds(const QStringList &arguments);
 

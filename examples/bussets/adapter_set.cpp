@@ -13,16 +13,6 @@ namespace {
 
 using A = AbstractCanAdapter;
 
-QString typeLabel(int type)
-{
-    const auto types = CanAdapterFactory::getImplementedAdapters();
-    for (const auto &[label, number] : types) {
-        if (number == type)
-            return label;
-    }
-    return QString::number(type);
-}
-
 QString text(A *adapter, A::AdapterOption option)
 {
     return adapter->getCanAdapterOption(option).toString();
@@ -35,7 +25,19 @@ void setBitrate(A *adapter, int bitrate)
     adapter->setCanAdapterOption(A::option_bitrate, bitrate);
 }
 
-QString deviceText(A *adapter)
+} // namespace
+
+QString typeLabel(int type)
+{
+    const auto types = CanAdapterFactory::getImplementedAdapters();
+    for (const auto &[label, number] : types) {
+        if (number == type)
+            return label;
+    }
+    return QString::number(type);
+}
+
+QString deviceText(AbstractCanAdapter *adapter)
 {
     const QString port = text(adapter, A::option_portNumber);
     switch (adapter->getCanAdapterOption(A::option_adapterType).toInt()) {
@@ -47,8 +49,6 @@ QString deviceText(A *adapter)
         return text(adapter, A::option_deviceName);
     }
 }
-
-} // namespace
 
 // The handler leaves its adapters alive.
 AdapterSet::~AdapterSet()

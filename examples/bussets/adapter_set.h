@@ -10,6 +10,11 @@
 
 namespace buslink {
 
+/// The label of a type, as the factory offers it.
+QString typeLabel(int type);
+/// What tells an adapter from others of its type, for people.
+QString deviceText(AbstractCanAdapter *adapter);
+
 /// A set of adapters as the program's commands see it: each returns why it could not be done, or an empty
 /// text. An adapter is named by its identifier, the number in front of its line.
 class AdapterSet
@@ -30,6 +35,8 @@ public:
     QString makeActive(const QString &id);
     QString makeInactive(const QString &id);
 
+    /// The set itself, for what no command does.
+    MultiCanAdapterHandler &handler() { return mHandler; }
     /// One line an adapter, in the order of the identifiers, below a heading; a single line for an empty set.
     QStringList lines();
 

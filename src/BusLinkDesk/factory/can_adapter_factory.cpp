@@ -10,7 +10,8 @@
 #include <algorithm>
 #include <utility>
 
-using Type = AbstractCanAdapter::CanAdapterType;
+using A = AbstractCanAdapter;
+using Type = A::CanAdapterType;
 using Rates = QList<CAN::CANBitrateDesc>;
 using Devices = QMap<QString, unsigned int>;
 
@@ -75,12 +76,12 @@ bool yes()
 /// What is known of a type; the order of those with a label is the one in which they are offered.
 struct Row
 {
-    Type type;
     const char *label; ///< Null for a type without a back end.
     AbstractCanAdapter *(*create)(const QString &device);
     Devices (*devices)();
     Rates (*rates)(bool shortList);
     bool (*rateChangeable)();
+    Type type;
     bool timingSettable;
     bool furtherSettings;
     bool fd;
@@ -88,26 +89,26 @@ struct Row
 
 // clang-format off
 const Row rows[] = {
-    {AbstractCanAdapter::CanAdapterTypeSocketCan, "SocketCAN", &make<SocketCanAdapter>, &socketCanDevices,
-     &AbstractCanAdapter::getSupportedBitrates, &SocketCanAdapter::isBaudrateChangeable, false, false, true},
-    {AbstractCanAdapter::CanAdapterTypeCan4linux, "can4linux", &make<Can4linuxCanAdapter>, &can4linuxDevices,
-     &Can4linuxCanAdapter::getSupportedBitrates, &Can4linuxCanAdapter::isBaudrateChangeable, false, true, true},
-    {AbstractCanAdapter::CanAdapterTypeCiA309, "CiA 309-3", &make<CiA309Adapter>, &gatewayDevices,
-     &AbstractCanAdapter::getSupportedBitrates, &yes, false, true, false},
-    {AbstractCanAdapter::CanAdapterTypeUsb, "zorbek USB", &make<ZorbekUSBCanAdapter>,
-     &ZorbekUSBCanAdapter::getAdvDeviceList, &noRates, &serialPortAdapter::isBaudrateChangeable, false, true, false},
-    {AbstractCanAdapter::CanAdapterTypeVirtual, "zorbek Virtual", &make<DemoCanAdapter>,
-     &DemoCanAdapter::getAdvDeviceList, &noRates, &DemoCanAdapter::isBaudrateChangeable, false, true, true},
+    {"SocketCAN", &make<SocketCanAdapter>, &socketCanDevices, &A::getSupportedBitrates,
+     &SocketCanAdapter::isBaudrateChangeable, A::CanAdapterTypeSocketCan, false, false, true},
+    {"can4linux", &make<Can4linuxCanAdapter>, &can4linuxDevices, &Can4linuxCanAdapter::getSupportedBitrates,
+     &Can4linuxCanAdapter::isBaudrateChangeable, A::CanAdapterTypeCan4linux, false, true, true},
+    {"CiA 309-3", &make<CiA309Adapter>, &gatewayDevices, &A::getSupportedBitrates,
+     &yes, A::CanAdapterTypeCiA309, false, true, false},
+    {"zorbek USB", &make<ZorbekUSBCanAdapter>, &ZorbekUSBCanAdapter::getAdvDeviceList, &noRates,
+     &serialPortAdapter::isBaudrateChangeable, A::CanAdapterTypeUsb, false, true, false},
+    {"zorbek Virtual", &make<DemoCanAdapter>, &DemoCanAdapter::getAdvDeviceList, &noRates,
+     &DemoCanAdapter::isBaudrateChangeable, A::CanAdapterTypeVirtual, false, true, true},
     // Devices that programs know by number without a back end here.
-    {Type(9), nullptr, &makeNone, &noDevices, &noRates, &no, true, false, false},
-    {Type(16), nullptr, &makeNone, &noDevices, &noRates, &no, true, false, false},
-    {Type(17), nullptr, &makeNone, &noDevices, &noRates, &no, true, false, false},
+    {nullptr, &makeNone, &noDevices, &noRates, &no, Type(9), true, false, false},
+    {nullptr, &makeNone, &noDevices, &noRates, &no, Type(16), true, false, false},
+    {nullptr, &makeNone, &noDevices, &noRates, &no, Type(17), true, false, false},
 };
 // clang-format on
 
 const Row &rowOf(Type type)
 {
-    static const Row none{Type(0), nullptr, &makeNone, &noDevices, &noRates, &no, false, false, false};
+    static const Row none{nullptr, &makeNone, &noDevices, &noRates, &no, Type(0), false, false, false};
     const Row *const row =
         std::find_if(std::begin(rows), std::end(rows), [type](const Row &one) { return one.type == type; });
     return row == std::end(rows) ? none : *row;

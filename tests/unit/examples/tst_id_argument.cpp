@@ -65,6 +65,15 @@ private Q_SLOTS:
         QCOMPARE(textOf(result.ranges), textOf(ranges));
     }
 
+    void rangesMayBeAsWideAsTheyAre()
+    {
+        const IdArgument result = buslink::parseIdRanges(words("10-1FFFFFFF 0-F"));
+        QCOMPARE(result.error, QString());
+        QCOMPARE(textOf(result.ranges), textOf({{0, 0xF}, {0x10, 0x1FFFFFFF}}));
+        // What is wrong comes before what is too much.
+        QVERIFY(buslink::parseIds(words("0-1FFFFFFF wrong")).error.contains(QStringLiteral("'wrong'")));
+    }
+
     void wrongArgumentsAreExplained_data()
     {
         QTest::addColumn<QStringList>("arguments");

@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: MIT
+#include "busdesk/desk_window.h"
+
+#include "busdesk/adapter_panel.h"
+#include "busdesk/bit_timing_page.h"
+#include "busdesk/desk_texts.h"
+#include "busdesk/frame_table.h"
+#include "busdesk/identifier_model.h"
+#include "busdesk/named_widgets.h"
+#include "busdesk/payload_delegate.h"
+#include "busdesk/send_panel.h"
+#include "busdesk/trace_panel.h"
+
+#include <QtWidgets/QLabel>
+#include <QtWidgets/QPushButton>
+#include <QtWidgets/QSplitter>
+#include <QtWidgets/QStatusBar>
+#include <QtWidgets/QTabWidget>
+#include <QtWidgets/QVBoxLayout>
+
+namespace buslink {
+
+namespace {
+
+// Often enough for the eye, seldom enough for a busy bus.
+constexpr int FetchIntervalMs = 50;
+
+} // namespace
+
+DeskWindow::DeskWindow()
+    : mAdapterPanel(new AdapterPanel(&mDesk))
+    , mTracePanel(new TracePanel(&mDesk))
+    , mIdentifiers(new IdentifierModel)
+    , mSendPanel(new SendPanel(&mDesk))
+    , mPages(named<QTabWidget>("pages", QString()))
+    , mLamp(named<QLabel>("lamp", tr("The adapters that are open, and the worst that one of them tells")))
+{
+    setWindowTitle(tr("Bus desk"));
+    auto *const halves = new QSplitter(Qt::Vertical);
+    halves->addWidget(mAdapterPanel);
+    halves->addWidget(mPages);
+    halves->setStretchFactor(1, 1);
+    addPages();
+    setCentralWidget(halves);
+    statusBar()->addWidget(mLamp);
+    connect(&mDesk, &AdapterDesk::statusChanged, this, &DeskWindow::showStatus);
+    showStatus();
+    connect(&mFetch, &QTimer::timeout, this, &DeskWindow::fetchFrames);
+    mFetch.start(FetchIntervalMs);
+    resize(1100, 760);
+}
+
+void DeskWindow::addPages()
+{
+    mPages->addTab(mTracePanel, tr("&Trace"));
+    mPages->addTab(identifierPage(), tr("&By identifier"));
+    mPages->addTab(mSendPanel, tr("Se&nd"));
+    mPages->addTab(new BitTimingPage, tr("Bit timin&g"));
+    connect(mTracePanel, &TracePanel::told, mAdapterPanel, &AdapterPanel::tell);
+    connect(mSendPanel, &SendPanel::told, mAdapterPanel, &AdapterPanel::tell);
+}
+
+QWidget *DeskWindow::identifierPage()
+{
+    auto *const page = new QWidget;
+    auto *const table = named<QTableView>("identifiers", QString());
+    auto *const clear = named<QPushButton>("clearIdentifiers", tr("Begins to count anew"), tr("C&lear"));
+    mIdentifiers->setParent(page);
+    table->setModel(mIdentifiers);
+    table->setItemDelegateForColumn(IdentifierModel::Payload, new PayloadDelegate(table));
+    prepareFrameTable(table, {7, 3, 10, 10, 10, 12});
+    auto *const layout = new QVBoxLayout(page);
+    layout->addWidget(table);
+    layout->addWidget(clear, 0, Qt::AlignLeft);
+    connect(clear, &QPushButton::clicked, mIdentifiers, &IdentifierModel::clear);
+    return page;
+}
+
+void DeskWindow::fetchFrames()
+{
+    mDesk.inbox().take(mFrames);
+    if (!mFrames.empty()) {
+        mTracePanel->append(mFrames);
+        mIdentifiers->append(mFrames);
+    }
+    mSendPanel->showSent();
+}
+
+// The pages ask the desk until they are gone.
+DeskWindow::~DeskWindow()
+{
+    delete takeCentralWidget();
+}
+
+void DeskWindow::showStatus()
+{
+    int open = 0;
+    QString trouble;
+    bool passive = false;
+    const QList<AbstractCanAdapter *> adapters = mDesk.adapters();
+    for (AbstractCanAdapter *adapter : adapters) {
+        const AdapterStatus status = mDesk.status(adapter);
+        open += status.open ? 1 : 0;
+        if (trouble.isEmpty() && (!status.problem.isEmpty() || status.busState == CAN::CanStateBusOff))
+            trouble = tr("adapter %1: %2").arg(adapter->getId()).arg(statusText(status));
+        passive = passive || status.busState == CAN::CanStateErrorPassive;
+    }
+    const QString count = tr("%1 of %2 adapters open").arg(open).arg(adapters.size());
+    const char *const color = !trouble.isEmpty() ? "#c62828" : passive ? "#b26a00" : open > 0 ? "#2e7d32" : "#757575";
+    mLamp->setStyleSheet(
+        QStringLiteral("padding: 2px 8px; border-radius: 3px; color: white; background: %1").arg(QLatin1String(color)));
+    mLamp->setText(trouble.isEmpty() ? count : count + QStringLiteral(" \u2013 ") + trouble);
+}
+
+} // namespace buslink

@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "busdesk/send_job.h"
+
+#include <QtWidgets/QWidget>
+
+#include <optional>
+
+class QComboBox;
+class QLabel;
+class QLineEdit;
+class QPushButton;
+class QSpinBox;
+class QVBoxLayout;
+
+namespace buslink {
+
+class AdapterDesk;
+
+/// One frame that is sent, once or again and again.
+class SendRow : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit SendRow(AdapterDesk *desk);
+
+    void showSent();
+
+Q_SIGNALS:
+    void told(const QString &text, bool isProblem);
+    void removed();
+
+private:
+    void addFields();
+    void offerAdapters();
+    void sendOnce();
+    void toggle(bool start);
+    void showRunning();
+    AbstractCanAdapter *openAdapter();
+    std::optional<CAN::CanMessage> frame();
+
+    AdapterDesk *mDesk;
+    SendJob mJob;
+    quint64 mSentBefore = 0; // once, or in runs before the last one
+    QComboBox *mAdapter;
+    QLineEdit *mFrame;
+    QSpinBox *mInterval;
+    QSpinBox *mCount;
+    QPushButton *mStart;
+    QLabel *mSent;
+};
+
+/// Any number of frames to send, each with a pace of its own.
+class SendPanel : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit SendPanel(AdapterDesk *desk);
+
+    /// Shows how many frames each row has sent by now.
+    void showSent();
+
+Q_SIGNALS:
+    void told(const QString &text, bool isProblem);
+
+private:
+    void addRow();
+
+    AdapterDesk *mDesk;
+    QVBoxLayout *mRows;
+};
+
+} // namespace buslink

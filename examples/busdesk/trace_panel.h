@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <BusLinkDesk/types/can_frames.h>
+
+#include <QtWidgets/QWidget>
+
+#include <vector>
+
+class QCheckBox;
+class QComboBox;
+class QLabel;
+class QLineEdit;
+class QPushButton;
+class QTableView;
+
+namespace buslink {
+
+class AdapterDesk;
+class TraceModel;
+
+/// The trace of received and sent frames, with what chooses among them.
+class TracePanel : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit TracePanel(AdapterDesk *desk);
+
+    void append(const std::vector<CAN::CanRxMessage> &frames);
+    TraceModel *model() { return mModel; }
+    /// Writes the frames that are shown to a file, in the candump log form. Returns why not, or an empty text.
+    QString saveTo(const QString &path) const;
+
+Q_SIGNALS:
+    void told(const QString &text, bool isProblem);
+
+private:
+    void addControls();
+    void applyFilter();
+    void offerAdapters();
+    void copySelected();
+    void saveAs();
+    void showCount();
+
+    AdapterDesk *mDesk;
+    TraceModel *mModel;
+    QTableView *mTable;
+    QLineEdit *mIds;
+    QComboBox *mAdapter;
+    QPushButton *mPause;
+    QCheckBox *mFollow;
+    QLabel *mCount;
+};
+
+} // namespace buslink
