@@ -107,7 +107,7 @@ QString AdapterSet::remove(const QString &id)
 {
     unsigned short number = 0;
     int index = 0;
-    const QString error = find(id, number, index);
+    QString error = find(id, number, index);
     if (error.isEmpty())
         mHandler.removeAdapter(number);
     return error;
@@ -117,7 +117,7 @@ QString AdapterSet::move(const QString &id, MultiCanAdapterHandler::Direction di
 {
     unsigned short number = 0;
     int index = 0;
-    const QString error = find(id, number, index);
+    QString error = find(id, number, index);
     if (!error.isEmpty())
         return error;
     const bool moved = mHandler.moveAdapter(mHandler.getAdapter(number), direction) != 0;
@@ -138,7 +138,7 @@ QString AdapterSet::makePrimary(const QString &id)
 {
     unsigned short number = 0;
     int index = 0;
-    const QString error = find(id, number, index);
+    QString error = find(id, number, index);
     if (error.isEmpty())
         mHandler.setPrimaryAdapterByID(number);
     return error;
@@ -148,7 +148,7 @@ QString AdapterSet::setActive(const QString &id, bool active)
 {
     unsigned short number = 0;
     int index = 0;
-    const QString error = find(id, number, index);
+    QString error = find(id, number, index);
     if (!error.isEmpty())
         return error;
     switch (mHandler.getAdapter(number)->isActiveAdapter() == active ? 0 : mHandler.couldActiveChanged(index)) {
