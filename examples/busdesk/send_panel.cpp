@@ -160,6 +160,7 @@ void SendRow::showRunning()
          {static_cast<QWidget *>(mAdapter), static_cast<QWidget *>(mInterval), static_cast<QWidget *>(mCount)})
         field->setEnabled(!running);
     mFrame->setReadOnly(running);
+    mFrame->setCursorPosition(0);
     showSent();
 }
 
