@@ -89,14 +89,17 @@ QString AdapterSet::add(AdapterArgument argument, const QString &description)
     if (!argument.adapter)
         return argument.error;
     argument.adapter->setCanAdapterOption(A::option_description, description);
-    // Two adapters that were given a rate never count as equal, so the device is what is looked at.
+    // Adapters that were given a rate never count as equal, so the device is what is looked at. Several virtual
+    // adapters may share a bus.
     for (const QPointer<A> &adapter : qAsConst(mHandler.getAdapterMap())) {
-        if (adapter->getCanAdapterOption(A::option_adapterType)
-                == argument.adapter->getCanAdapterOption(A::option_adapterType)
+        const QVariant type = adapter->getCanAdapterOption(A::option_adapterType);
+        if (type != int(A::CanAdapterTypeVirtual)
+            && type == argument.adapter->getCanAdapterOption(A::option_adapterType)
             && deviceText(adapter) == deviceText(argument.adapter.get()))
             return QStringLiteral("adapter %1 has the same device").arg(adapter->getId());
     }
-    mHandler.addNewCanAdapter(argument.adapter.get());
+    if (mHandler.addNewCanAdapter(argument.adapter.get(), false, true, false) == 0)
+        return QStringLiteral("an adapter like that is in the set");
     static_cast<void>(argument.adapter.release());
     return {};
 }

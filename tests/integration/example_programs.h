@@ -16,7 +16,7 @@ inline const QString busdump = QStringLiteral(BUSDUMP_PROGRAM);
 inline const QString busplay = QStringLiteral(BUSPLAY_PROGRAM);
 constexpr int PatienceMs = 60000;
 /// What `--adapter` takes, as the programs tell it.
-constexpr const char *adapterForms = 
+constexpr const char *adapterForms =
     "virtual[:port], socketcan:interface, usb:port, can4linux:device or cia309:host[:port]";
 
 inline QString virtualBus(quint16 port)

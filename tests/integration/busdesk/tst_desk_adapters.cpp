@@ -84,7 +84,8 @@ private Q_SLOTS:
             "SocketCAN") << QStringLiteral("'' is no interface name, which has 1 to 15 bytes and no blank within");
         QTest::newRow("serial port") << QStringLiteral("zorbek USB")
                                      << QStringLiteral("' ' is no serial port, as ttyUSB0");
-        QTest::newRow("host") << QStringLiteral("CiA 309-3") << QStringLiteral("':45674' is no host");
+        QTest::newRow("host") << QStringLiteral("CiA 309-3")
+                              << QStringLiteral("':45674' is no host, with a port behind a colon if need be");
     }
 
     void anAdapterThatCannotBeMadeLeavesTheDialogOpen()

@@ -16,9 +16,9 @@
 /// `option_systemTime`, `option_continuousTimestamp`, `option_uniqueId`. Whether a frame goes out as
 /// CAN FD depends on the frame alone.
 ///
-/// System calls of `open()` and failed transmissions of CAN FD frames are reported on standard error; a loop that
-/// ends tells by `getRunning()`, and by `interfaceError` unless the wait for frames was what failed. The bus state follows the error frames of
-/// the interface.
+/// System calls of `open()` and failed transmissions of CAN FD frames are reported on standard error; a loop
+/// that ends tells by `getRunning()`, and by `interfaceError` unless the wait for frames was what failed. The
+/// bus state follows the error frames of the interface.
 ///
 /// `open()` returns before the loop has begun, and stopping only reaches a loop that has: a program
 /// that may stop an adapter right after opening it waits for `getRunning()` first, and one that opens
