@@ -25,6 +25,7 @@ int receive(const Order &order)
 int send(const Order &order)
 {
     SocketCanAdapter adapter(QString::fromLocal8Bit(order.interface));
+    adapter.setEcho(order.echo);
     if (adapter.open() != CAN::RetOk)
         return StatusNotHere;
     while (!adapter.getRunning())

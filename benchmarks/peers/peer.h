@@ -11,7 +11,7 @@
 #include <thread>
 
 // What the peers of a benchmark on a CAN interface share. Each is a program of its own,
-//     PEER receive|send INTERFACE FRAMES [FRAMES_PER_SECOND]
+//     PEER receive|send|send-without-echo INTERFACE FRAMES [FRAMES_PER_SECOND]
 // that prints how many frames there were, and for all of them together the seconds that passed and the
 // seconds of processor time that the program took. Ahead of the frames a sender sends one that is not
 // counted, and pauses: with it receivers begin to measure, those too that take frames by the hundred.
@@ -30,6 +30,7 @@ inline constexpr std::chrono::milliseconds LeadPause(50);
 struct Order
 {
     bool receive = false;
+    bool echo = true; ///< Whether a sender is told of each frame that left, where it can be.
     const char *interface = nullptr;
     long frames = 0;
     double framesPerSecond = 0.0; ///< For senders; 0 is as fast as possible.
@@ -38,10 +39,12 @@ struct Order
 inline Order orderOf(int argc, char **argv)
 {
     if (argc < 4) {
-        std::fprintf(stderr, "usage: %s receive|send INTERFACE FRAMES [FRAMES_PER_SECOND]\n", argv[0]);
+        std::fprintf(stderr, "usage: %s receive|send|send-without-echo INTERFACE FRAMES [FRAMES_PER_SECOND]\n",
+                     argv[0]);
         std::exit(2);
     }
-    return {std::strcmp(argv[1], "receive") == 0, argv[2], std::atol(argv[3]), argc > 4 ? std::atof(argv[4]) : 0.0};
+    return {std::strcmp(argv[1], "receive") == 0, std::strcmp(argv[1], "send-without-echo") != 0, argv[2],
+            std::atol(argv[3]), argc > 4 ? std::atof(argv[4]) : 0.0};
 }
 
 /// The clock and the processor time of this process, in seconds.

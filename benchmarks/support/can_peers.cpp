@@ -81,6 +81,15 @@ QStringList bareSender(int frames, double framesPerSecond)
             QString::number(framesPerSecond)};
 }
 
+CanPeer adapterWithoutEcho()
+{
+    const CanPeer own = canPeers().front();
+    return {own.name, own.receive, [](int frames) {
+                return QStringList{peerProgram("adapter_can_peer"), QStringLiteral("send-without-echo"), peerInterface,
+                                   QString::number(frames)};
+            }};
+}
+
 std::vector<CanPeer> canPeers()
 {
     const auto candump = [](int frames) {

@@ -44,6 +44,9 @@ QStringList bareSender(int frames, double framesPerSecond = 0.0);
 /// Ours first, the bare loop next, then the others. What is not installed is among them.
 std::vector<CanPeer> canPeers();
 
+/// Our adapter with echo turned off, for sending.
+CanPeer adapterWithoutEcho();
+
 /// What the peer received of the frames that the bare sender sent; nothing if it cannot run here.
 std::optional<PeerResult> runReceiver(const CanPeer &peer, int frames, double framesPerSecond);
 

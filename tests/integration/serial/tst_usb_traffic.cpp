@@ -153,7 +153,7 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(frames.count(), 2, WaitMs);
         const qint64 passed = before.msecsTo(QDateTime::currentDateTime());
         for (const CAN::CanRxMessage &frame : frames.frames()) {
-            constexpr qint64 day = 24 * 60 * 60 * qint64(1000);
+            constexpr qint64 day = qint64(24) * 60 * 60 * 1000;
             const qint64 later = (milliseconds(frame.timeStamp) - before.time().msecsSinceStartOfDay() + day) % day;
             QVERIFY2(later <= passed, qPrintable(QString::number(later)));
         }
