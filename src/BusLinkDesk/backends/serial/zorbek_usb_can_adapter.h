@@ -63,8 +63,7 @@ private:
     Q_DECL_HIDDEN bool applySettings();
     Q_DECL_HIDDEN void closePort();
     Q_DECL_HIDDEN void idle(quint8 &passes);
-    Q_DECL_HIDDEN bool somethingToTransmit();
-    Q_DECL_HIDDEN void flushTransmitBuffer();
+    Q_DECL_HIDDEN bool flushTransmitBuffer();
     Q_DECL_HIDDEN bool decode(CAN::CanRxMessage &record);
     Q_DECL_HIDDEN void removeMessage(int size);
     Q_DECL_HIDDEN void deliverUnlessReturned(const CAN::CanRxMessage &record);

@@ -42,15 +42,12 @@ void ZorbekUSBCanAdapter::run()
             mRunningFlag.exchange(false);
             continue;
         }
-        bool mayTransmit = true;
         if (mReceiveBuffer.isEmpty()) {
-            if (!somethingToTransmit())
+            if (!flushTransmitBuffer())
                 idle(idlePasses);
-        } else {
-            mayTransmit = decode(record);
-        }
-        if (mayTransmit)
+        } else if (decode(record)) {
             flushTransmitBuffer();
+        }
         QCoreApplication::processEvents();
     }
     closePort();
@@ -123,16 +120,13 @@ void ZorbekUSBCanAdapter::idle(quint8 &passes)
     }
 }
 
-bool ZorbekUSBCanAdapter::somethingToTransmit()
+// Returns whether there was anything to transmit. Writers get their turn between two tries.
+bool ZorbekUSBCanAdapter::flushTransmitBuffer()
 {
-    const QMutexLocker lock(&mTransmitMutex);
-    return !mTransmitBuffer.isEmpty();
-}
-
-void ZorbekUSBCanAdapter::flushTransmitBuffer()
-{
-    while (somethingToTransmit()) {
+    for (bool any = false;; any = true) {
         const QMutexLocker lock(&mTransmitMutex);
+        if (mTransmitBuffer.isEmpty())
+            return any;
         const bool halfDuplex = relaxedLoad(mHalfDuplex) && mResendTimer;
         if (halfDuplex)
             mResendTimer->start(ReturnTimeoutMs);
