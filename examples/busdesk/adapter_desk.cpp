@@ -137,27 +137,25 @@ QString AdapterDesk::remove(unsigned short id)
 {
     if (A *const gone = adapter(id))
         Q_EMIT aboutToClose(gone);
-    return changed(mSet->remove(QString::number(id)));
+    return changed(mSet->remove(id));
 }
 
 // The set would let the last one move on and leave a gap behind.
 QString AdapterDesk::move(unsigned short id, MultiCanAdapterHandler::Direction direction)
 {
-    const bool up = direction == MultiCanAdapterHandler::Up;
-    if (!up && id == mSet->handler().getAdapterMap().lastKey())
+    if (direction != MultiCanAdapterHandler::Up && id == mSet->handler().getAdapterMap().lastKey())
         return tr("adapter %1 is the last one").arg(id);
-    return changed(up ? mSet->moveUp(QString::number(id)) : mSet->moveDown(QString::number(id)));
+    return changed(mSet->move(id, direction));
 }
 
 QString AdapterDesk::makePrimary(unsigned short id)
 {
-    return changed(mSet->makePrimary(QString::number(id)));
+    return changed(mSet->makePrimary(id));
 }
 
 QString AdapterDesk::setActive(unsigned short id, bool active)
 {
-    const QString number = QString::number(id);
-    return changed(active ? mSet->makeActive(number) : mSet->makeInactive(number));
+    return changed(mSet->setActive(id, active));
 }
 
 void AdapterDesk::describe(unsigned short id, const QString &description)

@@ -1,11 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "bussets/adapter_set.h"
 
-#include "common/number_argument.h"
-
 #include <BusLinkDesk/factory/can_adapter_factory.h>
-
-#include <optional>
 
 namespace buslink {
 
@@ -48,6 +44,11 @@ QString deviceText(AbstractCanAdapter *adapter)
     default:
         return text(adapter, A::option_deviceName);
     }
+}
+
+QString noAdapter(const QString &id)
+{
+    return QStringLiteral("there is no adapter %1").arg(id);
 }
 
 // The handler leaves its adapters alive.
@@ -104,63 +105,42 @@ QString AdapterSet::add(AdapterArgument argument, const QString &description)
     return {};
 }
 
-QString AdapterSet::find(const QString &id, unsigned short &number, int &index)
+QString AdapterSet::missing(unsigned short id)
 {
-    const std::optional<quint64> wanted = numberBetween(id, 1, 65535);
-    number = static_cast<unsigned short>(wanted.value_or(0));
-    index = static_cast<int>(mHandler.getAdapterMap().keys().indexOf(number));
-    return index < 0 ? QStringLiteral("there is no adapter %1").arg(id) : QString();
+    return mHandler.getAdapter(id) ? QString() : noAdapter(QString::number(id));
 }
 
-QString AdapterSet::remove(const QString &id)
+QString AdapterSet::remove(unsigned short id)
 {
-    unsigned short number = 0;
-    int index = 0;
-    QString error = find(id, number, index);
+    QString error = missing(id);
     if (error.isEmpty())
-        mHandler.removeAdapter(number);
+        mHandler.removeAdapter(id);
     return error;
 }
 
-QString AdapterSet::move(const QString &id, MultiCanAdapterHandler::Direction direction)
+QString AdapterSet::move(unsigned short id, MultiCanAdapterHandler::Direction direction)
 {
-    unsigned short number = 0;
-    int index = 0;
-    QString error = find(id, number, index);
-    if (!error.isEmpty())
-        return error;
-    const bool moved = mHandler.moveAdapter(mHandler.getAdapter(number), direction) != 0;
-    return moved ? QString() : QStringLiteral("adapter %1 cannot be moved further").arg(id);
-}
-
-QString AdapterSet::moveUp(const QString &id)
-{
-    return move(id, MultiCanAdapterHandler::Up);
-}
-
-QString AdapterSet::moveDown(const QString &id)
-{
-    return move(id, MultiCanAdapterHandler::Down);
-}
-
-QString AdapterSet::makePrimary(const QString &id)
-{
-    unsigned short number = 0;
-    int index = 0;
-    QString error = find(id, number, index);
-    if (error.isEmpty())
-        mHandler.setPrimaryAdapterByID(number);
+    QString error = missing(id);
+    if (error.isEmpty() && mHandler.moveAdapter(mHandler.getAdapter(id), direction) == 0)
+        error = QStringLiteral("adapter %1 cannot be moved further").arg(id);
     return error;
 }
 
-QString AdapterSet::setActive(const QString &id, bool active)
+QString AdapterSet::makePrimary(unsigned short id)
 {
-    unsigned short number = 0;
-    int index = 0;
-    QString error = find(id, number, index);
+    QString error = missing(id);
+    if (error.isEmpty())
+        mHandler.setPrimaryAdapterByID(id);
+    return error;
+}
+
+QString AdapterSet::setActive(unsigned short id, bool active)
+{
+    QString error = missing(id);
     if (!error.isEmpty())
         return error;
-    switch (mHandler.getAdapter(number)->isActiveAdapter() == active ? 0 : mHandler.couldActiveChanged(index)) {
+    const int index = static_cast<int>(mHandler.getAdapterMap().keys().indexOf(id));
+    switch (mHandler.getAdapter(id)->isActiveAdapter() == active ? 0 : mHandler.couldActiveChanged(index)) {
     case 1:
         return QStringLiteral("another adapter for the same device is active");
     case 2:
@@ -169,16 +149,6 @@ QString AdapterSet::setActive(const QString &id, bool active)
         mHandler.handleActiveChanged(index, active);
         return {};
     }
-}
-
-QString AdapterSet::makeActive(const QString &id)
-{
-    return setActive(id, true);
-}
-
-QString AdapterSet::makeInactive(const QString &id)
-{
-    return setActive(id, false);
 }
 
 QStringList AdapterSet::lines()

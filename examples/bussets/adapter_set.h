@@ -15,6 +15,9 @@ QString typeLabel(int type);
 /// What tells an adapter from others of its type, for people.
 QString deviceText(AbstractCanAdapter *adapter);
 
+/// What is said of an identifier that no adapter has.
+QString noAdapter(const QString &id);
+
 /// A set of adapters as the program's commands see it: each returns why it could not be done, or an empty
 /// text. An adapter is named by its identifier, the number in front of its line.
 class AdapterSet
@@ -28,12 +31,10 @@ public:
     QVector<SavedAdapter> saved();
 
     QString add(AdapterArgument argument, const QString &description);
-    QString remove(const QString &id);
-    QString moveUp(const QString &id);
-    QString moveDown(const QString &id);
-    QString makePrimary(const QString &id);
-    QString makeActive(const QString &id);
-    QString makeInactive(const QString &id);
+    QString remove(unsigned short id);
+    QString move(unsigned short id, MultiCanAdapterHandler::Direction direction);
+    QString makePrimary(unsigned short id);
+    QString setActive(unsigned short id, bool active);
 
     /// The set itself, for what no command does.
     MultiCanAdapterHandler &handler() { return mHandler; }
@@ -41,9 +42,7 @@ public:
     QStringList lines();
 
 private:
-    QString move(const QString &id, MultiCanAdapterHandler::Direction direction);
-    QString setActive(const QString &id, bool active);
-    QString find(const QString &id, unsigned short &number, int &index);
+    QString missing(unsigned short id);
 
     MultiCanAdapterHandler mHandler;
 };

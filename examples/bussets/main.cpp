@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "bussets/adapter_set.h"
+#include "common/number_argument.h"
 #include "common/program.h"
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>
 #include <QtCore/QLoggingCategory>
+
+#include <optional>
 
 namespace {
 
@@ -31,20 +34,26 @@ using buslink::AdapterSet;
 struct Command
 {
     const char *word;
-    int arguments; // how many it takes at most; all but add need as many
-    QString (AdapterSet::*act)(const QString &id);
+    int arguments; // how many it takes at most; those on an adapter need as many
+    QString (*act)(AdapterSet &set, unsigned short id);
 };
 
 constexpr Command commands[] = {
     {"list", 0, nullptr},
     {"add", 1, nullptr},
-    {"remove", 1, &AdapterSet::remove},
-    {"up", 1, &AdapterSet::moveUp},
-    {"down", 1, &AdapterSet::moveDown},
-    {"primary", 1, &AdapterSet::makePrimary},
-    {"active", 1, &AdapterSet::makeActive},
-    {"inactive", 1, &AdapterSet::makeInactive},
+    {"remove", 1, [](AdapterSet &set, unsigned short id) { return set.remove(id); }},
+    {"up", 1, [](AdapterSet &set, unsigned short id) { return set.move(id, MultiCanAdapterHandler::Up); }},
+    {"down", 1, [](AdapterSet &set, unsigned short id) { return set.move(id, MultiCanAdapterHandler::Down); }},
+    {"primary", 1, [](AdapterSet &set, unsigned short id) { return set.makePrimary(id); }},
+    {"active", 1, [](AdapterSet &set, unsigned short id) { return set.setActive(id, true); }},
+    {"inactive", 1, [](AdapterSet &set, unsigned short id) { return set.setActive(id, false); }},
 };
+
+QString actOnAdapter(const Command &command, AdapterSet &set, const QString &argument)
+{
+    const std::optional<quint64> id = buslink::numberBetween(argument, 1, 65535);
+    return id ? command.act(set, static_cast<unsigned short>(*id)) : buslink::noAdapter(argument);
+}
 
 const Command *commandOf(const QStringList &words)
 {
@@ -69,7 +78,7 @@ int run(const QString &path, const Command &command, const QString &argument, bu
     if (word == QLatin1String("list"))
         return buslink::print(set.lines().join(QLatin1Char('\n')) + QLatin1Char('\n')) ? buslink::ExitDone
                                                                                        : buslink::ExitFailed;
-    QString error = command.act ? (set.*command.act)(argument) : set.add(std::move(adapter), argument);
+    QString error = command.act ? actOnAdapter(command, set, argument) : set.add(std::move(adapter), argument);
     if (error.isEmpty()) {
         error = buslink::saveSet(path, set.saved());
         if (!error.isEmpty())
