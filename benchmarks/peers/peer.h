@@ -111,7 +111,7 @@ public:
 
     int print() const { return printResult(std::max(mCount.load() - 1, 0L), mBegin, mEnd); }
 
-    static constexpr int PollMilliseconds = 20;
+    static constexpr int PollMilliseconds = 100;
 
 private:
     long mExpected;
