@@ -2,7 +2,6 @@
 #include <BusLinkDesk/backends/socketcan/retired_sockets_p.h>
 
 #include <algorithm>
-#include <atomic>
 #include <mutex>
 #include <unistd.h>
 #include <vector>
@@ -19,7 +18,6 @@ struct RetiredSocket
 
 struct RetiredSockets
 {
-    std::atomic<bool> any = false; // Lets a loop pass by without the lock.
     std::mutex mutex;
     std::vector<RetiredSocket> list;
 };
@@ -38,20 +36,18 @@ void retireSocket(const void *adapter, int socket)
     RetiredSockets &sockets = retired();
     const std::lock_guard lock(sockets.mutex);
     sockets.list.push_back({adapter, socket});
-    sockets.any = true;
+    anySocketIsRetired = true;
 }
 
-void closeRetiredSockets(const void *adapter)
+void closeThoseRetired(const void *adapter)
 {
     RetiredSockets &sockets = retired();
-    if (!sockets.any.load(std::memory_order_relaxed))
-        return;
     const std::lock_guard lock(sockets.mutex);
     const auto others = std::partition(sockets.list.begin(), sockets.list.end(),
                                        [adapter](const RetiredSocket &one) { return one.adapter != adapter; });
     std::for_each(others, sockets.list.end(), [](const RetiredSocket &one) { ::close(one.socket); });
     sockets.list.erase(others, sockets.list.end());
-    sockets.any = !sockets.list.empty();
+    anySocketIsRetired = !sockets.list.empty();
 }
 
 } // namespace buslink

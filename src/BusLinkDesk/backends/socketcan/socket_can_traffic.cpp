@@ -108,17 +108,16 @@ CAN::RetType SocketCanAdapter::write(CAN::CanMessage *message)
 {
     if (message->isFd)
         message->length = buslink::roundUpToFdLength(message->length);
-    const bool echo = relaxedLoad(mEcho);
-    CAN::CanRxMessage record;
-    if (echo) {
-        stamp(record);
-        record.message = *message;
+    std::optional<CAN::CanRxMessage> echo;
+    if (relaxedLoad(mEcho)) {
+        stamp(echo.emplace());
+        echo->message = *message;
     }
     relaxedStore(mFrameJustSent, true);
     const int socket = relaxedLoad(mSocketFd);
     const CAN::RetType result = message->isFd ? buslink::sendFrame(socket, buslink::fdFrameOf(*message))
                                               : buslink::sendFrame(socket, buslink::classicFrameOf(*message));
     if (result == CAN::RetOk && echo)
-        handleNewTxCanMessage(record);
+        handleNewTxCanMessage(*echo);
     return result;
 }
