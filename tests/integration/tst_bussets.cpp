@@ -130,6 +130,19 @@ private Q_SLOTS:
         QCOMPARE(run({"--adapter", "cia309:gateway:99", "add"}), 0);
     }
 
+    void twoGatewaysMayBeActiveAtOnce()
+    {
+        QCOMPARE(run({"--adapter", "cia309:gateway", "add"}), 0);
+        QCOMPARE(run({"--adapter", "cia309:gateway:99", "add"}), 0);
+        QCOMPARE(run({"active", "1"}), 0);
+        QCOMPARE(run({"active", "2"}), 0);
+        QCOMPARE(mErrors, QByteArray());
+        QCOMPARE(run({"list"}), 0);
+        QCOMPARE(mOutput, QByteArray("   id  role     type            device                description\n"
+                                     "    1  primary  CiA 309-3       gateway:45674         \n"
+                                     "    2  active   CiA 309-3       gateway:99            \n"));
+    }
+
     void fileThatCannotBeWrittenIsReported()
     {
         mPath = mFolder->filePath(QStringLiteral("none/my.bussets"));
