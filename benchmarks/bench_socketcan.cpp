@@ -66,11 +66,13 @@ void reportReceiving(const Report &report, const QString &what, int rounds, int 
     const std::vector<Series> all = runInTurn(
         peers, rounds, frames, [&](const CanPeer &peer) { return runReceiver(peer, frames, framesPerSecond); });
     reportSeries(report, what, peers, all);
-    for (std::size_t index = 0; index < all.size(); ++index) {
+    const auto lost = [frames](const Series &one) {
+        return 100.0 * one.lost / (static_cast<double>(frames) * one.runs);
+    };
+    for (std::size_t index = 1; index < all.size(); ++index) {
         if (all[index].runs > 0)
-            report.figure(QStringLiteral("%1, lost by %2").arg(what, peers[index].name),
-                          100.0 * all[index].lost / (static_cast<double>(frames) * all[index].runs),
-                          QStringLiteral("%"));
+            report.beside(what + QStringLiteral(", lost"), lost(all[0]), QStringLiteral("%"), peers[index].name,
+                          lost(all[index]));
     }
 }
 
