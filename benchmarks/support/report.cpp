@@ -5,7 +5,6 @@
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 
-#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -88,18 +87,4 @@ void Report::write(const QString &text, QJsonObject row) const
             qFatal("cannot write %s", qPrintable(mJsonFile));
     }
     std::fflush(stdout);
-}
-
-double medianOf(std::vector<double> values)
-{
-    return quantileOf(std::move(values), 0.5);
-}
-
-double quantileOf(std::vector<double> values, double fraction)
-{
-    if (values.empty())
-        return 0.0;
-    const auto place = static_cast<std::size_t>(std::lround(fraction * static_cast<double>(values.size() - 1)));
-    std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(place), values.end());
-    return values[place];
 }

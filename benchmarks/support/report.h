@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "support/quantile.h"
+
 #include <QtCore/QJsonObject>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
@@ -39,12 +41,6 @@ private:
     QString mJsonFile;
     bool mQuick = false;
 };
-
-/// The middle one of some measurements.
-double medianOf(std::vector<double> values);
-
-/// The value below which `fraction` (0 to 1) of the measurements lie.
-double quantileOf(std::vector<double> values, double fraction);
 
 /// Seconds that a call takes.
 template <typename Call>
