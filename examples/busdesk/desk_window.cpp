@@ -8,6 +8,7 @@
 #include "busdesk/identifier_model.h"
 #include "busdesk/named_widgets.h"
 #include "busdesk/payload_delegate.h"
+#include "busdesk/replay_panel.h"
 #include "busdesk/send_panel.h"
 #include "busdesk/trace_panel.h"
 
@@ -32,6 +33,7 @@ DeskWindow::DeskWindow()
     , mTracePanel(new TracePanel(&mDesk))
     , mIdentifiers(new IdentifierModel)
     , mSendPanel(new SendPanel(&mDesk))
+    , mReplayPanel(new ReplayPanel(&mDesk))
     , mPages(named<QTabWidget>("pages", QString()))
     , mLamp(named<QLabel>("lamp", tr("The adapters that are open, and the worst that one of them tells")))
 {
@@ -55,9 +57,12 @@ void DeskWindow::addPages()
     mPages->addTab(mTracePanel, tr("&Trace"));
     mPages->addTab(identifierPage(), tr("&By identifier"));
     mPages->addTab(mSendPanel, tr("Se&nd"));
+    mPages->addTab(mReplayPanel, tr("Repla&y"));
     mPages->addTab(new BitTimingPage, tr("Bit timin&g"));
     connect(mTracePanel, &TracePanel::told, mAdapterPanel, &AdapterPanel::tell);
     connect(mSendPanel, &SendPanel::told, mAdapterPanel, &AdapterPanel::tell);
+    connect(mReplayPanel, &ReplayPanel::told, mAdapterPanel, &AdapterPanel::tell);
+    connect(mReplayPanel, &ReplayPanel::framesWanted, mTracePanel, &TracePanel::append);
 }
 
 QWidget *DeskWindow::identifierPage()
@@ -84,6 +89,7 @@ void DeskWindow::fetchFrames()
         mIdentifiers->append(mFrames);
     }
     mSendPanel->showSent();
+    mReplayPanel->showProgress();
 }
 
 // The pages ask the desk until they are gone.

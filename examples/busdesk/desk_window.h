@@ -15,6 +15,7 @@ namespace buslink {
 
 class AdapterPanel;
 class IdentifierModel;
+class ReplayPanel;
 class SendPanel;
 class TracePanel;
 
@@ -31,6 +32,7 @@ public:
     AdapterDesk &desk() { return mDesk; }
     AdapterPanel *adapterPanel() { return mAdapterPanel; }
     TracePanel *tracePanel() { return mTracePanel; }
+    ReplayPanel *replayPanel() { return mReplayPanel; }
 
 private:
     void addPages();
@@ -45,6 +47,7 @@ private:
     TracePanel *mTracePanel;
     IdentifierModel *mIdentifiers;
     SendPanel *mSendPanel;
+    ReplayPanel *mReplayPanel;
     QTabWidget *mPages;
     QLabel *mLamp;
 };

@@ -12,7 +12,6 @@
 #include <QtWidgets/QComboBox>
 #include <QtWidgets/QLabel>
 #include <QtWidgets/QLineEdit>
-#include <QtWidgets/QPlainTextEdit>
 #include <QtWidgets/QSpinBox>
 #include <QtWidgets/QTabWidget>
 #include <QtWidgets/QTableView>
@@ -114,7 +113,7 @@ private Q_SLOTS:
         openWindow();
         part<QLineEdit>(*mWindow, "sendFrame")->setText(QStringLiteral("nonsense"));
         click(*mWindow, "sendOnce");
-        QVERIFY(lastMessage().contains(QStringLiteral("'nonsense' cannot be sent")));
+        QVERIFY(lastMessage(*mWindow).contains(QStringLiteral("'nonsense' cannot be sent")));
         click(*mWindow, "sendStart");
         QVERIFY(!part<QPushButton>(*mWindow, "sendStart")->isChecked());
         QCOMPARE(part<QLabel>(*mWindow, "sendSent")->text(), QStringLiteral("0 sent"));
@@ -126,10 +125,10 @@ private Q_SLOTS:
         mWindow->show();
         part<QTabWidget>(*mWindow, "pages")->setCurrentIndex(2);
         click(*mWindow, "sendOnce");
-        QVERIFY(lastMessage().endsWith(QStringLiteral("there is no adapter to send")));
+        QVERIFY(lastMessage(*mWindow).endsWith(QStringLiteral("there is no adapter to send")));
         QCOMPARE(addVirtual(mWindow->desk(), freeUdpPort()), QString());
         click(*mWindow, "sendStart");
-        QVERIFY(lastMessage().endsWith(QStringLiteral("adapter 1 is not connected")));
+        QVERIFY(lastMessage(*mWindow).endsWith(QStringLiteral("adapter 1 is not connected")));
         QVERIFY(!part<QPushButton>(*mWindow, "sendStart")->isChecked());
     }
 
@@ -200,18 +199,12 @@ private Q_SLOTS:
     void cleanup() { mWindow.reset(); }
 
 private:
-    // Two adapters on one bus, so that what one sends the other receives.
     void openWindow()
     {
         mWindow = std::make_unique<DeskWindow>();
         mWindow->show();
-        const quint16 port = freeUdpPort();
-        QCOMPARE(addVirtual(mWindow->desk(), port, QStringLiteral("sends")), QString());
-        QCOMPARE(addVirtual(mWindow->desk(), port, QStringLiteral("listens")), QString());
-        QCOMPARE(mWindow->desk().setActive(2, true), QString());
         part<QTabWidget>(*mWindow, "pages")->setCurrentIndex(2);
-        click(*mWindow, "connect");
-        QTRY_COMPARE_WITH_TIMEOUT(udpSocketsOnPort(port), 2, PatienceMs);
+        connectTwo(*mWindow);
     }
 
     const buslink::TraceModel &trace() { return *mWindow->tracePanel()->model(); }
@@ -220,11 +213,6 @@ private:
     {
         const QStringList texts = row(trace(), number);
         return QStringList{texts.at(1), texts.at(2), texts.at(3), texts.at(6)}.join(QLatin1Char(' '));
-    }
-
-    QString lastMessage()
-    {
-        return part<QPlainTextEdit>(*mWindow, "messages")->toPlainText().section(QLatin1Char('\n'), -1);
     }
 
     std::unique_ptr<DeskWindow> mWindow;
