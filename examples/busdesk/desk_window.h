@@ -15,6 +15,7 @@ namespace buslink {
 
 class AdapterPanel;
 class IdentifierModel;
+class LoadPanel;
 class ReplayPanel;
 class SendPanel;
 class TracePanel;
@@ -36,7 +37,7 @@ public:
 
 private:
     void addPages();
-    QWidget *identifierPage();
+    QWidget *traffic();
     void fetchFrames();
     void showStatus();
 
@@ -46,6 +47,7 @@ private:
     AdapterPanel *mAdapterPanel;
     TracePanel *mTracePanel;
     IdentifierModel *mIdentifiers;
+    LoadPanel *mLoadPanel;
     SendPanel *mSendPanel;
     ReplayPanel *mReplayPanel;
     QTabWidget *mPages;

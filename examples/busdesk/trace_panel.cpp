@@ -53,7 +53,8 @@ TracePanel::TracePanel(AdapterDesk *desk)
 void TracePanel::addControls()
 {
     auto *const row = static_cast<QHBoxLayout *>(layout()->itemAt(0)->layout());
-    auto *const clear = named<QPushButton>("clearTrace", tr("Forgets all frames"), tr("C&lear"));
+    auto *const clear =
+        named<QPushButton>("clearTrace", tr("Forgets all frames and begins to count anew"), tr("C&lear"));
     auto *const copy =
         named<QPushButton>("copyTrace", tr("Copies the selected frames in the candump log form (Ctrl+C)"), tr("Copy"));
     auto *const save = named<QPushButton>(
@@ -81,6 +82,7 @@ void TracePanel::addControls()
     connect(clear, &QPushButton::clicked, this, [this] {
         mModel->clear();
         showCount();
+        Q_EMIT cleared();
     });
 }
 

@@ -123,7 +123,7 @@ private Q_SLOTS:
     {
         mWindow = std::make_unique<DeskWindow>();
         mWindow->show();
-        part<QTabWidget>(*mWindow, "pages")->setCurrentIndex(2);
+        part<QTabWidget>(*mWindow, "pages")->setCurrentIndex(1);
         click(*mWindow, "sendOnce");
         QVERIFY(lastMessage(*mWindow).endsWith(QStringLiteral("there is no adapter to send")));
         QCOMPARE(addVirtual(mWindow->desk(), freeUdpPort()), QString());
@@ -176,26 +176,6 @@ private Q_SLOTS:
         QTRY_COMPARE(mWindow->findChildren<buslink::SendRow *>().size(), 1);
     }
 
-    void aPictureOfTheWindowIsTaken()
-    {
-        openWindow();
-        click(*mWindow, "addFrame");
-        const auto rows = mWindow->findChildren<buslink::SendRow *>();
-        part<QLineEdit>(*rows.at(1), "sendFrame")->setText(QStringLiteral("18FEF100##1000102030405060708090A0B"));
-        for (buslink::SendRow *const row : rows) {
-            part<QSpinBox>(*row, "sendInterval")->setValue(row == rows.first() ? 10 : 25);
-            part<QPushButton>(*row, "sendStart")->click();
-        }
-        QTRY_VERIFY_WITH_TIMEOUT(trace().rowCount() > 60, PatienceMs);
-        auto *const pages = part<QTabWidget>(*mWindow, "pages");
-        for (int page = 0; page < pages->count(); ++page) {
-            pages->setCurrentIndex(page);
-            QCoreApplication::processEvents();
-            const QString path = QStringLiteral(PICTURE_PATH);
-            QVERIFY(mWindow->grab().save(page == 0 ? path : path.chopped(4) + QStringLiteral("-%1.png").arg(page)));
-        }
-    }
-
     void cleanup() { mWindow.reset(); }
 
 private:
@@ -203,7 +183,7 @@ private:
     {
         mWindow = std::make_unique<DeskWindow>();
         mWindow->show();
-        part<QTabWidget>(*mWindow, "pages")->setCurrentIndex(2);
+        part<QTabWidget>(*mWindow, "pages")->setCurrentIndex(1);
         connectTwo(*mWindow);
     }
 
