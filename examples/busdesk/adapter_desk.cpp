@@ -140,11 +140,8 @@ QString AdapterDesk::remove(unsigned short id)
     return changed(mSet->remove(id));
 }
 
-// The set would let the last one move on and leave a gap behind.
 QString AdapterDesk::move(unsigned short id, MultiCanAdapterHandler::Direction direction)
 {
-    if (direction != MultiCanAdapterHandler::Up && id == mSet->handler().getAdapterMap().lastKey())
-        return tr("adapter %1 is the last one").arg(id);
     return changed(mSet->move(id, direction));
 }
 

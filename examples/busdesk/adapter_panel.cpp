@@ -81,7 +81,7 @@ void AdapterPanel::addButtons()
     connect(mEdit, &QPushButton::clicked, this, &AdapterPanel::edit);
     mUp = addButton("up", tr("&Up"), tr("Moves the selected adapter to the number below"));
     connect(mUp, &QPushButton::clicked, this, [this] { move(true); });
-    mDown = addButton("down", tr("D&own"), tr("Moves the selected adapter to the number above"));
+    mDown = addButton("down", tr("Do&wn"), tr("Moves the selected adapter to the number above"));
     connect(mDown, &QPushButton::clicked, this, [this] { move(false); });
     mRemove = addButton("remove", tr("Re&move"), tr("Closes the selected adapter and takes it out of the set"));
     connect(mRemove, &QPushButton::clicked, this, &AdapterPanel::remove);

@@ -126,7 +126,7 @@ QSpinBox *BitTimingPage::addNumber(QFormLayout *form, const char *name, const QS
 
 void BitTimingPage::addWanted(QFormLayout *form)
 {
-    mClock = addNumber(form, "clock", tr("Cloc&k (MHz)"), tr("Clock of the controller in MHz"), 255, 80);
+    mClock = addNumber(form, "clock", tr("C&lock (MHz)"), tr("Clock of the controller in MHz"), 255, 80);
     mBitrate = addNumber(form, "timingRate", tr("Rate (kbit/s)"), tr("Wanted rate in kbit/s"), 65535, 500);
     mSamplePoint = named<QDoubleSpinBox>("samplePoint", tr("Wanted sample point in percent of the bit"));
     mSamplePoint->setRange(1, 99);

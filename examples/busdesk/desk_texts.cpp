@@ -11,6 +11,11 @@ namespace {
 
 using A = AbstractCanAdapter;
 
+A::CanAdapterType typeOf(const A &adapter)
+{
+    return A::CanAdapterType(adapter.getCanAdapterOption(A::option_adapterType).toInt());
+}
+
 } // namespace
 
 QString busStateText(CAN::CanState state)
@@ -42,16 +47,22 @@ QString statusText(const AdapterStatus &status)
     return bus.isEmpty() ? QStringLiteral("open") : QStringLiteral("open, ") + bus;
 }
 
+int toldRate(const A &adapter)
+{
+    const bool told =
+        CanAdapterFactory::isBaudrateChangeable(typeOf(adapter)) && typeOf(adapter) != A::CanAdapterTypeUsb;
+    return told ? adapter.getCanAdapterOption(A::option_canBitrateDesc).value<CAN::CANBitrateDesc>().bitrate : 0;
+}
+
 QString rateText(const A &adapter)
 {
-    const auto type = A::CanAdapterType(adapter.getCanAdapterOption(A::option_adapterType).toInt());
-    const auto rate = adapter.getCanAdapterOption(A::option_canBitrateDesc).value<CAN::CANBitrateDesc>();
+    const A::CanAdapterType type = typeOf(adapter);
     if (type == A::CanAdapterTypeVirtual)
         return QStringLiteral("no rate");
     if (type == A::CanAdapterTypeUsb)
         return QStringLiteral("line: %1 bit/s").arg(adapter.getCanAdapterOption(A::option_baudrate).toUInt());
-    if (CanAdapterFactory::isBaudrateChangeable(type) && rate.bitrate > 0)
-        return QStringLiteral("%1 kbit/s").arg(rate.bitrate);
+    if (toldRate(adapter) > 0)
+        return QStringLiteral("%1 kbit/s").arg(toldRate(adapter));
     return type == A::CanAdapterTypeSocketCan ? QStringLiteral("set by the system") : QStringLiteral("set elsewhere");
 }
 

@@ -15,6 +15,8 @@ struct AdapterStatus;
 QString busStateText(CAN::CanState state);
 /// What the table shows of an adapter's state.
 QString statusText(const AdapterStatus &status);
+/// The nominal rate that an adapter was told, in kbit/s; 0 if it is set elsewhere.
+int toldRate(const AbstractCanAdapter &adapter);
 /// The rate of an adapter, or who sets it.
 QString rateText(const AbstractCanAdapter &adapter);
 

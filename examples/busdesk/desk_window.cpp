@@ -6,17 +6,19 @@
 #include "busdesk/desk_texts.h"
 #include "busdesk/frame_table.h"
 #include "busdesk/identifier_model.h"
+#include "busdesk/load_panel.h"
 #include "busdesk/named_widgets.h"
 #include "busdesk/payload_delegate.h"
+#include "busdesk/replay_panel.h"
 #include "busdesk/send_panel.h"
 #include "busdesk/trace_panel.h"
 
+#include <QtGui/QGuiApplication>
+#include <QtGui/QScreen>
 #include <QtWidgets/QLabel>
-#include <QtWidgets/QPushButton>
 #include <QtWidgets/QSplitter>
 #include <QtWidgets/QStatusBar>
 #include <QtWidgets/QTabWidget>
-#include <QtWidgets/QVBoxLayout>
 
 namespace buslink {
 
@@ -31,13 +33,19 @@ DeskWindow::DeskWindow()
     : mAdapterPanel(new AdapterPanel(&mDesk))
     , mTracePanel(new TracePanel(&mDesk))
     , mIdentifiers(new IdentifierModel)
+    , mLoadPanel(new LoadPanel(&mDesk))
     , mSendPanel(new SendPanel(&mDesk))
+    , mReplayPanel(new ReplayPanel(&mDesk))
     , mPages(named<QTabWidget>("pages", QString()))
     , mLamp(named<QLabel>("lamp", tr("The adapters that are open, and the worst that one of them tells")))
 {
     setWindowTitle(tr("Bus desk"));
+    auto *const above = new QSplitter;
+    above->addWidget(mAdapterPanel);
+    above->addWidget(mLoadPanel);
+    above->setStretchFactor(0, 1);
     auto *const halves = new QSplitter(Qt::Vertical);
-    halves->addWidget(mAdapterPanel);
+    halves->addWidget(above);
     halves->addWidget(mPages);
     halves->setStretchFactor(1, 1);
     addPages();
@@ -47,33 +55,38 @@ DeskWindow::DeskWindow()
     showStatus();
     connect(&mFetch, &QTimer::timeout, this, &DeskWindow::fetchFrames);
     mFetch.start(FetchIntervalMs);
-    resize(1100, 760);
+    const QSize screenSize = QGuiApplication::primaryScreen()->availableSize();
+    resize(QSize(1280, 900).boundedTo(screenSize));
 }
 
 void DeskWindow::addPages()
 {
-    mPages->addTab(mTracePanel, tr("&Trace"));
-    mPages->addTab(identifierPage(), tr("&By identifier"));
+    mPages->addTab(traffic(), tr("&Traffic"));
     mPages->addTab(mSendPanel, tr("Se&nd"));
-    mPages->addTab(new BitTimingPage, tr("Bit timin&g"));
+    mPages->addTab(mReplayPanel, tr("Repla&y"));
+    mPages->addTab(new BitTimingPage, tr("&Bit timing"));
     connect(mTracePanel, &TracePanel::told, mAdapterPanel, &AdapterPanel::tell);
     connect(mSendPanel, &SendPanel::told, mAdapterPanel, &AdapterPanel::tell);
+    connect(mReplayPanel, &ReplayPanel::told, mAdapterPanel, &AdapterPanel::tell);
+    connect(mReplayPanel, &ReplayPanel::framesWanted, mTracePanel, &TracePanel::append);
 }
 
-QWidget *DeskWindow::identifierPage()
+// Every identifier above, every frame below.
+QWidget *DeskWindow::traffic()
 {
-    auto *const page = new QWidget;
+    auto *const parts = new QSplitter(Qt::Vertical);
     auto *const table = named<QTableView>("identifiers", QString());
-    auto *const clear = named<QPushButton>("clearIdentifiers", tr("Begins to count anew"), tr("C&lear"));
-    mIdentifiers->setParent(page);
+    parts->addWidget(table);
+    parts->addWidget(mTracePanel);
+    parts->setStretchFactor(0, 2);
+    parts->setStretchFactor(1, 3);
+    parts->setChildrenCollapsible(true);
+    mIdentifiers->setParent(table);
     table->setModel(mIdentifiers);
     table->setItemDelegateForColumn(IdentifierModel::Payload, new PayloadDelegate(table));
     prepareFrameTable(table, {7, 3, 10, 10, 10, 12});
-    auto *const layout = new QVBoxLayout(page);
-    layout->addWidget(table);
-    layout->addWidget(clear, 0, Qt::AlignLeft);
-    connect(clear, &QPushButton::clicked, mIdentifiers, &IdentifierModel::clear);
-    return page;
+    connect(mTracePanel, &TracePanel::cleared, mIdentifiers, &IdentifierModel::clear);
+    return parts;
 }
 
 void DeskWindow::fetchFrames()
@@ -82,8 +95,11 @@ void DeskWindow::fetchFrames()
     if (!mFrames.empty()) {
         mTracePanel->append(mFrames);
         mIdentifiers->append(mFrames);
+        mLoadPanel->append(mFrames);
     }
+    mLoadPanel->showLoad();
     mSendPanel->showSent();
+    mReplayPanel->showProgress();
 }
 
 // The pages ask the desk until they are gone.

@@ -15,6 +15,8 @@ namespace buslink {
 
 class AdapterPanel;
 class IdentifierModel;
+class LoadPanel;
+class ReplayPanel;
 class SendPanel;
 class TracePanel;
 
@@ -31,10 +33,11 @@ public:
     AdapterDesk &desk() { return mDesk; }
     AdapterPanel *adapterPanel() { return mAdapterPanel; }
     TracePanel *tracePanel() { return mTracePanel; }
+    ReplayPanel *replayPanel() { return mReplayPanel; }
 
 private:
     void addPages();
-    QWidget *identifierPage();
+    QWidget *traffic();
     void fetchFrames();
     void showStatus();
 
@@ -44,7 +47,9 @@ private:
     AdapterPanel *mAdapterPanel;
     TracePanel *mTracePanel;
     IdentifierModel *mIdentifiers;
+    LoadPanel *mLoadPanel;
     SendPanel *mSendPanel;
+    ReplayPanel *mReplayPanel;
     QTabWidget *mPages;
     QLabel *mLamp;
 };

@@ -1,13 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "busdesk/frame_texts.h"
 
-#include "common/candump_log.h"
-
 #include <QtCore/QByteArray>
 
 #include <algorithm>
+#include <limits>
 
 namespace buslink {
+
+namespace {
+
+const QLatin1String InterfacePrefix("adapter");
+
+} // namespace
 
 qint64 timeUs(const CAN::CanRxMessage &frame)
 {
@@ -44,7 +49,21 @@ QString payloadText(const CAN::CanMessage &message)
 QString logText(const CAN::CanRxMessage &frame)
 {
     return QString::fromStdString(
-        formatLogLine({timeUs(frame), "adapter" + std::to_string(frame.adapterId), frame.message}));
+        formatLogLine({timeUs(frame), InterfacePrefix.data() + std::to_string(frame.adapterId), frame.message}));
+}
+
+// Twelve digits of seconds find no room in a stamp.
+CAN::CanRxMessage recordOf(const LogFrame &frame)
+{
+    CAN::CanRxMessage record;
+    record.timeStamp.seconds =
+        static_cast<qint32>(std::min<qint64>(frame.timeUs / 1000000, std::numeric_limits<qint32>::max()));
+    record.timeStamp.microseconds = static_cast<qint32>(frame.timeUs % 1000000);
+    record.message = frame.message;
+    const QString name = QString::fromStdString(frame.interfaceName);
+    if (name.startsWith(InterfacePrefix))
+        record.adapterId = name.midRef(InterfacePrefix.size()).toUShort();
+    return record;
 }
 
 } // namespace buslink

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "common/candump_log.h"
+
 #include <BusLinkDesk/types/can_frames.h>
 
 #include <QtCore/QString>
@@ -19,5 +21,7 @@ QString kindText(const CAN::CanMessage &message);
 QString payloadText(const CAN::CanMessage &message);
 /// A line of the candump log form, with the adapter's number as the interface.
 QString logText(const CAN::CanRxMessage &frame);
+/// What such a line says. The form has no place for which way a frame went; all of them count as received.
+CAN::CanRxMessage recordOf(const LogFrame &frame);
 
 } // namespace buslink

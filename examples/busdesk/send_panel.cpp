@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "busdesk/send_panel.h"
 
+#include "busdesk/adapter_choice.h"
 #include "busdesk/adapter_desk.h"
 #include "busdesk/frame_table.h"
 #include "busdesk/named_widgets.h"
 #include "common/candump_log.h"
 
-#include <QtWidgets/QComboBox>
 #include <QtWidgets/QHBoxLayout>
 #include <QtWidgets/QLabel>
 #include <QtWidgets/QLineEdit>
@@ -14,8 +14,6 @@
 #include <QtWidgets/QScrollArea>
 #include <QtWidgets/QSpinBox>
 #include <QtWidgets/QVBoxLayout>
-
-#include <algorithm>
 
 namespace buslink {
 
@@ -29,8 +27,7 @@ constexpr int CountMax = 1000000000;
 } // namespace
 
 SendRow::SendRow(AdapterDesk *desk)
-    : mDesk(desk)
-    , mAdapter(named<QComboBox>("sendAdapter", tr("Where the frame goes")))
+    : mAdapter(named<AdapterChoice>("sendAdapter", tr("Where the frame goes"), desk))
     , mFrame(named<QLineEdit>("sendFrame",
                               tr("123#1122: classic; 8 digits in front: extended; 123#R4: remote frame of 4 bytes;\n"
                                  "123##11122: CAN FD, the digit is 1 for the bit-rate switch")))
@@ -40,8 +37,8 @@ SendRow::SendRow(AdapterDesk *desk)
     , mSent(named<QLabel>("sendSent", tr("Frames that the adapter took")))
 {
     addFields();
-    connect(mDesk, &AdapterDesk::setChanged, this, &SendRow::offerAdapters);
-    connect(mDesk, &AdapterDesk::aboutToClose, this, [this](AbstractCanAdapter *adapter) {
+    connect(mAdapter, &AdapterChoice::refused, this, [this](const QString &why) { Q_EMIT told(why, true); });
+    connect(desk, &AdapterDesk::aboutToClose, this, [this](AbstractCanAdapter *adapter) {
         if (mJob.adapter() != adapter)
             return;
         mJob.stop();
@@ -52,7 +49,6 @@ SendRow::SendRow(AdapterDesk *desk)
         if (!error.isEmpty())
             Q_EMIT told(error, true);
     });
-    offerAdapters();
     showSent();
 }
 
@@ -86,28 +82,6 @@ void SendRow::addFields()
     connect(remove, &QPushButton::clicked, this, &SendRow::removed);
 }
 
-void SendRow::offerAdapters()
-{
-    const QVariant chosen = mAdapter->currentData();
-    mAdapter->clear();
-    const QList<AbstractCanAdapter *> adapters = mDesk->adapters();
-    for (AbstractCanAdapter *adapter : adapters) {
-        if (carriesFrames(*adapter))
-            mAdapter->addItem(tr("adapter %1").arg(adapter->getId()), adapter->getId());
-    }
-    mAdapter->setCurrentIndex(std::max(0, mAdapter->findData(chosen)));
-}
-
-AbstractCanAdapter *SendRow::openAdapter()
-{
-    AbstractCanAdapter *const adapter = mDesk->adapter(static_cast<unsigned short>(mAdapter->currentData().toUInt()));
-    if (adapter && mDesk->status(adapter).open)
-        return adapter;
-    Q_EMIT told(adapter ? tr("adapter %1 is not connected").arg(adapter->getId()) : tr("there is no adapter to send"),
-                true);
-    return nullptr;
-}
-
 std::optional<CAN::CanMessage> SendRow::frame()
 {
     CAN::CanMessage message;
@@ -122,7 +96,7 @@ std::optional<CAN::CanMessage> SendRow::frame()
 void SendRow::sendOnce()
 {
     const std::optional<CAN::CanMessage> message = frame();
-    AbstractCanAdapter *const adapter = message ? openAdapter() : nullptr;
+    AbstractCanAdapter *const adapter = message ? mAdapter->openAdapter() : nullptr;
     if (!adapter)
         return;
     switch (adapter->write(*message)) {
@@ -141,7 +115,7 @@ void SendRow::sendOnce()
 void SendRow::toggle(bool start)
 {
     const std::optional<CAN::CanMessage> message = start ? frame() : std::nullopt;
-    AbstractCanAdapter *const adapter = message ? openAdapter() : nullptr;
+    AbstractCanAdapter *const adapter = message ? mAdapter->openAdapter() : nullptr;
     mJob.stop();
     if (adapter) {
         mSentBefore += mJob.sentFrames();

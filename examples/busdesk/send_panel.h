@@ -7,7 +7,6 @@
 
 #include <optional>
 
-class QComboBox;
 class QLabel;
 class QLineEdit;
 class QPushButton;
@@ -16,6 +15,7 @@ class QVBoxLayout;
 
 namespace buslink {
 
+class AdapterChoice;
 class AdapterDesk;
 
 /// One frame that is sent, once or again and again.
@@ -34,17 +34,14 @@ Q_SIGNALS:
 
 private:
     void addFields();
-    void offerAdapters();
     void sendOnce();
     void toggle(bool start);
     void showRunning();
-    AbstractCanAdapter *openAdapter();
     std::optional<CAN::CanMessage> frame();
 
-    AdapterDesk *mDesk;
     SendJob mJob;
     quint64 mSentBefore = 0; // once, or in runs before the last one
-    QComboBox *mAdapter;
+    AdapterChoice *mAdapter;
     QLineEdit *mFrame;
     QSpinBox *mInterval;
     QSpinBox *mCount;

@@ -42,8 +42,8 @@ TracePanel::TracePanel(AdapterDesk *desk)
     layout->addLayout(new QHBoxLayout);
     layout->addWidget(mTable, 1);
     addControls();
-    auto *const copy = new QShortcut(QKeySequence::Copy, mTable);
-    copy->setContext(Qt::WidgetShortcut);
+    auto *const copy = new QShortcut(QKeySequence::Copy, this);
+    copy->setContext(Qt::WidgetWithChildrenShortcut);
     connect(copy, &QShortcut::activated, this, &TracePanel::copySelected);
     connect(mDesk, &AdapterDesk::setChanged, this, &TracePanel::offerAdapters);
     offerAdapters();
@@ -53,9 +53,10 @@ TracePanel::TracePanel(AdapterDesk *desk)
 void TracePanel::addControls()
 {
     auto *const row = static_cast<QHBoxLayout *>(layout()->itemAt(0)->layout());
-    auto *const clear = named<QPushButton>("clearTrace", tr("Forgets all frames"), tr("C&lear"));
+    auto *const clear =
+        named<QPushButton>("clearTrace", tr("Forgets all frames and begins to count anew"), tr("C&lear"));
     auto *const copy =
-        named<QPushButton>("copyTrace", tr("Copies the selected frames in the candump log form"), tr("Cop&y"));
+        named<QPushButton>("copyTrace", tr("Copies the selected frames in the candump log form (Ctrl+C)"), tr("Copy"));
     auto *const save = named<QPushButton>(
         "saveTrace", tr("Writes the frames that are shown to a file in the candump log form"), tr("Sa&ve..."));
     mPause->setCheckable(true);
@@ -81,6 +82,7 @@ void TracePanel::addControls()
     connect(clear, &QPushButton::clicked, this, [this] {
         mModel->clear();
         showCount();
+        Q_EMIT cleared();
     });
 }
 

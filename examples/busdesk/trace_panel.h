@@ -34,6 +34,8 @@ public:
 
 Q_SIGNALS:
     void told(const QString &text, bool isProblem);
+    /// All frames were forgotten.
+    void cleared();
 
 private:
     void addControls();

@@ -33,13 +33,7 @@ LineSource::Next LineSource::take(LogFrame &frame)
 
 bool LineSource::isFrame(const LineSplitter::Line &line, LogFrame &frame)
 {
-    LogLine read;
-    if (line.tooLong) {
-        read.kind = LogLine::Kind::Damaged;
-        read.error = "longer than " + std::to_string(LineSplitter::LineSizeMax) + " bytes";
-    } else {
-        read = parseLogLine(line.text);
-    }
+    const LogLine read = parseLogLine(line);
     if (read.kind == LogLine::Kind::Damaged) {
         ++mDamagedLines;
         std::fprintf(stderr, "%s:%lld: %s\n", mName.toLocal8Bit().constData(), mLineNumber, read.error.c_str());

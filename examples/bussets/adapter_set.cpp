@@ -111,10 +111,14 @@ QString AdapterSet::remove(unsigned short id)
     return error;
 }
 
+// The handler would let the last one move on and leave a gap behind.
 QString AdapterSet::move(unsigned short id, MultiCanAdapterHandler::Direction direction)
 {
     QString error = missing(id);
-    if (error.isEmpty() && mHandler.moveAdapter(mHandler.getAdapter(id), direction) == 0)
+    if (!error.isEmpty())
+        return error;
+    const bool last = direction != MultiCanAdapterHandler::Up && id == mHandler.getAdapterMap().lastKey();
+    if (last || mHandler.moveAdapter(mHandler.getAdapter(id), direction) == 0)
         error = QStringLiteral("adapter %1 cannot be moved further").arg(id);
     return error;
 }

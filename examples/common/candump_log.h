@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "common/line_splitter.h"
+
 #include <BusLinkDesk/types/can_frames.h>
 
 #include <string>
@@ -36,6 +38,8 @@ struct LogLine
 /// code behind 8 bytes (`_9` to `_F`; a frame record has no place for it) and the direction `R` or `T` at
 /// the end. The time stamp may have up to nine decimals; those beyond microseconds are cut off.
 LogLine parseLogLine(std::string_view line);
+/// The same for a line that was cut out of a stream; one that was too long is damaged.
+LogLine parseLogLine(const LineSplitter::Line &line);
 
 /// Reads the frame of a line alone, as `123#1122`, into a default frame. Returns why it is none; empty if it
 /// is one.

@@ -214,4 +214,14 @@ LogLine parseLogLine(std::string_view line)
     return result;
 }
 
+LogLine parseLogLine(const LineSplitter::Line &line)
+{
+    if (!line.tooLong)
+        return parseLogLine(std::string_view(line.text));
+    LogLine result;
+    result.kind = LogLine::Kind::Damaged;
+    result.error = "longer than " + std::to_string(LineSplitter::LineSizeMax) + " bytes";
+    return result;
+}
+
 } // namespace buslink

@@ -67,6 +67,7 @@ private Q_SLOTS:
         QTest::newRow("unknown adapter") << words({"remove", "9"}) << QByteArray("there is no adapter 9");
         QTest::newRow("no number") << words({"up", "x"}) << QByteArray("there is no adapter x");
         QTest::newRow("first up") << words({"up", "1"}) << QByteArray("adapter 1 cannot be moved further");
+        QTest::newRow("last down") << words({"down", "1"}) << QByteArray("adapter 1 cannot be moved further");
         QTest::newRow("primary stays active") << words({"inactive", "1"}) << QByteArray("adapter 1 is the primary one");
         QTest::newRow("the same again") << words({"--adapter", "virtual:47001", "add"})
                                         << QByteArray("an adapter like that is in the set");

@@ -1,14 +1,16 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "busdesk/adapter_desk.h"
+#include "busdesk/desk_window.h"
 #include "common/adapter_argument.h"
+#include "support/free_port.h"
 
 #include <QtCore/QTimer>
 #include <QtTest/QtTest>
 #include <QtWidgets/QAbstractItemView>
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QDialog>
+#include <QtWidgets/QPlainTextEdit>
 #include <QtWidgets/QPushButton>
 
 #include <functional>
@@ -68,4 +70,21 @@ inline QStringList row(const QAbstractItemView *view, int number)
 inline QString addVirtual(buslink::AdapterDesk &desk, quint16 port, const QString &description = QString())
 {
     return desk.add(buslink::createAdapter(QStringLiteral("virtual:%1").arg(port)), description);
+}
+
+/// Adds two adapters on a bus of their own and connects them: what one sends the other receives.
+inline void connectTwo(buslink::DeskWindow &window)
+{
+    const quint16 port = freeUdpPort();
+    QCOMPARE(addVirtual(window.desk(), port, QStringLiteral("sends")), QString());
+    QCOMPARE(addVirtual(window.desk(), port, QStringLiteral("listens")), QString());
+    QCOMPARE(window.desk().setActive(2, true), QString());
+    click(window, "connect");
+    QTRY_COMPARE_WITH_TIMEOUT(udpSocketsOnPort(port), 2, PatienceMs);
+}
+
+/// What the window told last.
+inline QString lastMessage(QWidget &window)
+{
+    return part<QPlainTextEdit>(window, "messages")->toPlainText().section(QLatin1Char('\n'), -1);
 }

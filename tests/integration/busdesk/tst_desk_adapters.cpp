@@ -10,7 +10,6 @@
 #include <QtWidgets/QComboBox>
 #include <QtWidgets/QLabel>
 #include <QtWidgets/QLineEdit>
-#include <QtWidgets/QPlainTextEdit>
 #include <QtWidgets/QSpinBox>
 #include <QtWidgets/QTableView>
 
@@ -110,7 +109,7 @@ private Q_SLOTS:
         addInDialog(QStringLiteral("same"));
         addInDialog(QStringLiteral("same"));
         QCOMPARE(mTable->model()->rowCount(), 1);
-        QVERIFY(lastMessage().endsWith(QStringLiteral("an adapter like that is in the set")));
+        QVERIFY(lastMessage(*mWindow).endsWith(QStringLiteral("an adapter like that is in the set")));
     }
 
     void editingChangesWhatWasAskedAndKeepsTheRoles()
@@ -166,7 +165,7 @@ private Q_SLOTS:
         QCOMPARE(row(mTable, 2).mid(5, 2), (QStringList{QStringLiteral("x"), QStringLiteral("x")}));
         QCOMPARE(row(mTable, 0).mid(5, 2), (QStringList{QStringLiteral("x"), QStringLiteral("-")}));
         tick(2, 5, false);
-        QVERIFY(lastMessage().endsWith(QStringLiteral("adapter 3 is the primary one")));
+        QVERIFY(lastMessage(*mWindow).endsWith(QStringLiteral("adapter 3 is the primary one")));
         QCOMPARE(row(mTable, 2).mid(5, 2), (QStringList{QStringLiteral("x"), QStringLiteral("x")}));
     }
 
@@ -198,7 +197,7 @@ private Q_SLOTS:
         file.close();
         mWindow->adapterPanel()->load(file.fileName());
         QCOMPARE(descriptions(), (QStringList{QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")}));
-        QVERIFY(!lastMessage().isEmpty());
+        QVERIFY(!lastMessage(*mWindow).isEmpty());
     }
 
     void connectOpensTheActiveAdaptersAlone()
@@ -242,7 +241,7 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(states(), QStringList{QStringLiteral("the transport failed")}, PatienceMs);
         QCOMPARE(part<QLabel>(*mWindow, "lamp")->text(),
                  QStringLiteral("0 of 1 adapters open \u2013 adapter 1: the transport failed"));
-        QVERIFY(lastMessage().endsWith(
+        QVERIFY(lastMessage(*mWindow).endsWith(
             QStringLiteral("adapter 1 (zorbek Virtual, port %1): the transport failed").arg(mPort)));
         QTRY_VERIFY_WITH_TIMEOUT(!part<QPushButton>(*mWindow, "disconnect")->isEnabled(), PatienceMs);
 
@@ -283,11 +282,6 @@ private Q_SLOTS:
 
 private:
     QString device() const { return QStringLiteral("port %1").arg(mPort); }
-
-    QString lastMessage()
-    {
-        return part<QPlainTextEdit>(*mWindow, "messages")->toPlainText().section(QLatin1Char('\n'), -1);
-    }
 
     void addInDialog(const QString &description)
     {

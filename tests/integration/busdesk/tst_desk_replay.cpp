@@ -1,0 +1,394 @@
+// SPDX-License-Identifier: MIT
+#include "busdesk/desk_window.h"
+#include "busdesk/frame_texts.h"
+#include "busdesk/replay_panel.h"
+#include "busdesk/trace_model.h"
+#include "busdesk/trace_panel.h"
+#include "desk_user.h"
+#include "support/fake_adapter.h"
+#include "support/frame_recorder.h"
+#include "support/free_port.h"
+
+#include <QtWidgets/QComboBox>
+#include <QtWidgets/QLabel>
+#include <QtWidgets/QProgressBar>
+#include <QtWidgets/QTabWidget>
+
+#include <memory>
+
+using buslink::DeskWindow;
+using buslink::Recording;
+using buslink::RecordingReader;
+using buslink::Replay;
+
+namespace {
+
+using Loaded = std::shared_ptr<const Recording>;
+
+QStringList asLines(const QVector<CAN::CanMessage> &messages)
+{
+    QStringList lines;
+    for (const CAN::CanMessage &message : messages) {
+        CAN::CanRxMessage record;
+        record.message = message;
+        lines.append(buslink::logText(record).section(QLatin1Char(' '), 2));
+    }
+    return lines;
+}
+
+QStringList strings(std::initializer_list<const char *> list)
+{
+    QStringList texts;
+    for (const char *const text : list)
+        texts.append(QString::fromLatin1(text));
+    return texts;
+}
+
+} // namespace
+
+class TestDeskReplay : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void cleanup() { mWindow.reset(); }
+
+    void aRecordingIsReadWithItsPausesLinesAndAdapters()
+    {
+        const Loaded recording = readAll("(10.000000) adapter2 123#11\n"
+                                         "\n"
+                                         "(10.250000) can0 12345678#R3 T\n"
+                                         "(9.000000) adapter3 5##1AA\n"
+                                         "(10.000001) adapter1 6#");
+        QVERIFY(recording);
+        QStringList seen;
+        for (const Recording::Frame &frame : recording->frames)
+            seen.append(
+                QStringLiteral("%1 %2 %3").arg(frame.line).arg(frame.dueUs).arg(buslink::logText(frame.record)));
+        // The two short identifiers are damaged.
+        QCOMPARE(seen, strings({"1 0 (10.000000) adapter2 123#11", "3 250000 (10.250000) adapter0 12345678#R3"}));
+        QCOMPARE(recording->damagedLines, qint64(2));
+        QCOMPARE(recording->durationUs(), qint64(250000));
+        QVERIFY(recording->damages.constFirst().contains(QStringLiteral(":4: an identifier has")));
+    }
+
+    void whereARecordingGoesBackThereIsNoPause()
+    {
+        const Loaded recording = readAll("(10.0) a 123#\n(4.0) a 123#\n(4.5) a 123#\n");
+        QCOMPARE(recording->durationUs(), qint64(500000));
+        QCOMPARE(recording->frames.at(1).dueUs, qint64(0));
+    }
+
+    void aStampBeyondARecordIsBounded()
+    {
+        const Loaded recording = readAll("(999999999999.000001) a 123#\n");
+        QCOMPARE(recording->frames.front().record.timeStamp.seconds, std::numeric_limits<qint32>::max());
+        QCOMPARE(recording->frames.front().record.timeStamp.microseconds, 1);
+    }
+
+    void whatCannotBeReadIsRefused_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("error");
+        QTest::newRow("missing") << QStringLiteral("/nowhere/x.log")
+                                 << QStringLiteral("/nowhere/x.log: No such file or directory");
+        QTest::newRow("folder") << QStringLiteral("/") << QStringLiteral("/: not a file");
+        QTest::newRow("no end") << QStringLiteral("/dev/zero") << QStringLiteral("/dev/zero: not a file");
+    }
+
+    void whatCannotBeReadIsRefused()
+    {
+        QFETCH(QString, path);
+        RecordingReader reader;
+        QTEST(reader.start(path), "error");
+        QVERIFY(!reader.isReading());
+    }
+
+    void aRecordingBeyondTheLimitIsRefused()
+    {
+        RecordingReader reader(2);
+        const QString path = fileWith("(1.0) a 1#\n(1.0) a 123#\n(1.0) a 123#\n(1.0) a 123#\n");
+        Loaded recording;
+        QString error;
+        connect(&reader, &RecordingReader::finished, &reader,
+                [&](const Loaded &loaded, const QString &why) { std::tie(recording, error) = std::tie(loaded, why); });
+        QCOMPARE(reader.start(path), QString());
+        QTRY_COMPARE_WITH_TIMEOUT(error, path + QStringLiteral(": more than 2 frames"), PatienceMs);
+        QVERIFY(!recording);
+    }
+
+    void framesAreWrittenInOrderWithTheirPauses()
+    {
+        FakeAdapter adapter;
+        Replay replay;
+        QStringList ends;
+        connect(&replay, &Replay::ended, &replay, [&](const QString &error) { ends.append(error); });
+        replay.setRecording(readAll("(1.0) a 123#01\n(1.0) a 124#R2\n(1.1) a 12345678##0AABB\n"));
+        QElapsedTimer time;
+        time.start();
+        replay.start(&adapter);
+        QCOMPARE(replay.sentFrames(), std::size_t(2));
+        QTRY_COMPARE_WITH_TIMEOUT(ends, QStringList{QString()}, PatienceMs);
+        QVERIFY(time.elapsed() >= 100);
+        QCOMPARE(asLines(adapter.written()), strings({"123#01", "124#R2", "12345678##0AABB"}));
+        QCOMPARE(replay.positionUs(), qint64(100000));
+        QVERIFY(!replay.isRunning());
+        QCOMPARE(replay.adapter(), nullptr);
+    }
+
+    void manyFramesAtOnceLeaveTheEventLoopItsTurns()
+    {
+        QByteArray text;
+        for (int i = 0; i < 1000; ++i)
+            text += "(1.0) a 123#01\n";
+        FakeAdapter adapter;
+        Replay replay;
+        replay.setRecording(readAll(text));
+        replay.start(&adapter);
+        QVERIFY(replay.isRunning());
+        QCOMPARE(adapter.written().size(), 200);
+        QTRY_VERIFY_WITH_TIMEOUT(!replay.isRunning(), PatienceMs);
+        QCOMPARE(adapter.written().size(), 1000);
+    }
+
+    void aPauseHoldsTheRecordingWhereItIs()
+    {
+        FakeAdapter adapter;
+        Replay replay;
+        replay.setRecording(readAll("(1.0) a 123#\n(1.3) a 124#\n"));
+        replay.start(&adapter);
+        replay.setPaused(true);
+        const qint64 position = replay.positionUs();
+        QTest::qWait(400); // longer than the recorded pause
+        QCOMPARE(adapter.written().size(), 1);
+        QCOMPARE(replay.positionUs(), position);
+        QVERIFY(replay.isRunning() && replay.isPaused());
+        QElapsedTimer time;
+        time.start();
+        replay.setPaused(false);
+        QTRY_VERIFY_WITH_TIMEOUT(!replay.isRunning(), PatienceMs);
+        QCOMPARE(adapter.written().size(), 2);
+        QVERIFY(time.nsecsElapsed() / 1000 >= 300000 - position);
+    }
+
+    void aStoppedReplayNeverTouchesItsAdapterAgain()
+    {
+        auto adapter = std::make_unique<FakeAdapter>();
+        Replay replay;
+        replay.setRecording(readAll("(1.0) a 123#\n(1.01) a 124#\n"));
+        replay.start(adapter.get());
+        replay.stop();
+        adapter.reset();
+        QTest::qWait(50); // longer than the recorded pause
+        QCOMPARE(replay.sentFrames(), std::size_t(1));
+    }
+
+    void aFullBufferIsTriedAgain()
+    {
+        FakeAdapter adapter;
+        int calls = 0;
+        adapter.onWrite = [&calls](CAN::CanMessage *) { return ++calls < 4 ? CAN::RetTxBufferFull : CAN::RetOk; };
+        Replay replay;
+        replay.setRecording(readAll("(1.0) a 123#\n(1.0) a 124#\n"));
+        replay.start(&adapter);
+        QTRY_VERIFY_WITH_TIMEOUT(!replay.isRunning(), PatienceMs);
+        QCOMPARE(asLines(adapter.written()), strings({"123#", "123#", "123#", "123#", "124#"}));
+        QCOMPARE(replay.sentFrames(), std::size_t(2));
+    }
+
+    void whatWasTracedAndSavedIsLoadedAndPlayedAgain()
+    {
+        openWindow();
+        const QStringList frames = strings({"123#1122334455667788", "12345678#R4", "456##1000102030405060708090A0B"});
+        auto *const other = mWindow->desk().adapter(2);
+        for (const QString &frame : frames) {
+            CAN::CanMessage message;
+            QCOMPARE(buslink::parseFrame(frame.toStdString(), message), std::string());
+            QCOMPARE(other->write(message), CAN::RetOk);
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(tracedBy(1), frames, PatienceMs);
+        part<QComboBox>(*mWindow, "traceAdapter")->setCurrentText(QStringLiteral("adapter 1"));
+        const QString path = mFolder.filePath(QStringLiteral("round.log"));
+        QCOMPARE(mWindow->tracePanel()->saveTo(path), QString());
+        click(*mWindow, "clearTrace");
+
+        part<QTabWidget>(*mWindow, "pages")->setCurrentWidget(mWindow->replayPanel());
+        load(path);
+        QCOMPARE(text("replayFile").section(QLatin1Char(':'), 1, 1).section(QLatin1Char(','), 0, 0),
+                 QStringLiteral(" 3 frames"));
+        click(*mWindow, "replayPlay");
+        QTRY_COMPARE_WITH_TIMEOUT(part<QProgressBar>(*mWindow, "replayProgress")->text(),
+                                  QStringLiteral("3 of 3 frames"), PatienceMs);
+        part<QComboBox>(*mWindow, "traceAdapter")->setCurrentText(QStringLiteral("adapter 2"));
+        QTRY_COMPARE_WITH_TIMEOUT(tracedBy(2), frames, PatienceMs);
+        QTRY_COMPARE_WITH_TIMEOUT(text("replayPlay"), QStringLiteral("&Play"), PatienceMs);
+        QCOMPARE(text("replayProblem"), QString());
+
+        // Without sending them, the frames are shown under the adapter that recorded them.
+        click(*mWindow, "clearTrace");
+        part<QComboBox>(*mWindow, "traceAdapter")->setCurrentIndex(0);
+        click(*mWindow, "replayShow");
+        QCOMPARE(tracedBy(1), frames);
+        QCOMPARE(mWindow->tracePanel()->model()->rowCount(), 3);
+    }
+
+    void aReplayIsPausedAndStoppedByItsButtons()
+    {
+        openWindow();
+        load(fileWith("(1.0) a 123#\n(60.0) a 124#\n"));
+        QCOMPARE(text("replayPlay"), QStringLiteral("&Play"));
+        QVERIFY(!part<QPushButton>(*mWindow, "replayStop")->isEnabled());
+        click(*mWindow, "replayPlay");
+        QCOMPARE(text("replayPlay"), QStringLiteral("&Pause"));
+        QTRY_COMPARE_WITH_TIMEOUT(part<QProgressBar>(*mWindow, "replayProgress")->text(),
+                                  QStringLiteral("1 of 2 frames"), PatienceMs);
+        QVERIFY(!part<QComboBox>(*mWindow, "replayAdapter")->isEnabled());
+        click(*mWindow, "replayPlay");
+        QCOMPARE(text("replayPlay"), QStringLiteral("&Play on"));
+        click(*mWindow, "replayPlay");
+        QCOMPARE(text("replayPlay"), QStringLiteral("&Pause"));
+        click(*mWindow, "replayStop");
+        QCOMPARE(text("replayPlay"), QStringLiteral("&Play"));
+        QVERIFY(text("replayTime").endsWith(QStringLiteral(" of 59.0 s")));
+        QCOMPARE(part<QProgressBar>(*mWindow, "replayProgress")->value(), 1);
+        load(fileWith("(1.0) a 123#\n"));
+        QCOMPARE(part<QProgressBar>(*mWindow, "replayProgress")->text(), QStringLiteral("0 of 1 frames"));
+        QCOMPARE(text("replayTime"), QStringLiteral("0.0 of 0.0 s"));
+    }
+
+    void aDamagedLineIsShownWithItsNumber()
+    {
+        openWindow();
+        QByteArray lines("(1.0) a 123#\n");
+        for (int i = 0; i < 7; ++i)
+            lines += "(1.0) a 123#X\n";
+        const QString path = fileWith(lines);
+        load(path);
+        QStringList expected;
+        for (int line = 2; line <= 6; ++line)
+            expected.append(
+                QStringLiteral("%1:%2: the payload is not made of hexadecimal digits: 'X'").arg(path).arg(line));
+        QCOMPARE(text("replayProblem").split(QLatin1Char('\n')),
+                 expected + QStringList{QStringLiteral("and 2 more damaged lines")});
+        QVERIFY(lastMessage(*mWindow).endsWith(expected.last()));
+        QVERIFY(part<QPushButton>(*mWindow, "replayPlay")->isEnabled());
+    }
+
+    void aMissingFileIsShown()
+    {
+        openWindow();
+        mWindow->replayPanel()->load(QStringLiteral("/nowhere/x.log"));
+        QCOMPARE(text("replayProblem"), QStringLiteral("/nowhere/x.log: No such file or directory"));
+        QVERIFY(lastMessage(*mWindow).endsWith(text("replayProblem")));
+        QCOMPARE(text("replayFile"), QStringLiteral("no recording"));
+        QVERIFY(!part<QPushButton>(*mWindow, "replayPlay")->isEnabled());
+    }
+
+    void anEmptyRecordingCannotBePlayed()
+    {
+        openWindow();
+        load(fileWith(""));
+        QVERIFY(text("replayFile").endsWith(QStringLiteral(": 0 frames, 0.0 s")));
+        QVERIFY(!part<QPushButton>(*mWindow, "replayPlay")->isEnabled());
+        QVERIFY(!part<QPushButton>(*mWindow, "replayShow")->isEnabled());
+    }
+
+    void nothingIsPlayedThroughAClosedAdapter()
+    {
+        openWindow();
+        click(*mWindow, "disconnect");
+        load(fileWith("(1.0) a 123#\n"));
+        click(*mWindow, "replayPlay");
+        QCOMPARE(text("replayProblem"), QStringLiteral("adapter 1 is not connected"));
+        QCOMPARE(text("replayPlay"), QStringLiteral("&Play"));
+    }
+
+    void closingTheAdapterEndsTheReplayAloud()
+    {
+        openWindow();
+        load(fileWith("(1.0) a 123#\n(60.0) a 124#\n"));
+        click(*mWindow, "replayPlay");
+        click(*mWindow, "disconnect");
+        QCOMPARE(text("replayProblem"), QStringLiteral("the replay ended after 1 of 2 frames: the adapter was closed"));
+        QVERIFY(!part<QPushButton>(*mWindow, "replayStop")->isEnabled());
+    }
+
+    void aRefusedFrameEndsTheReplayAloud()
+    {
+        mWindow = std::make_unique<DeskWindow>();
+        auto adapter = std::make_unique<FakeAdapter>();
+        adapter->onWrite = [](CAN::CanMessage *message) { return message->id == 0x124 ? CAN::RetError : CAN::RetOk; };
+        QCOMPARE(mWindow->desk().add({std::move(adapter), {}, {}}, QString()), QString());
+        mWindow->show();
+        part<QTabWidget>(*mWindow, "pages")->setCurrentWidget(mWindow->replayPanel());
+        click(*mWindow, "connect");
+        load(fileWith("(1.0) a 123#\n\n(1.0) a 124#\n"));
+        click(*mWindow, "replayPlay");
+        QCOMPARE(text("replayProblem"),
+                 QStringLiteral("the replay ended after 1 of 2 frames: the adapter refused the frame of line 3"));
+        QVERIFY(lastMessage(*mWindow).endsWith(text("replayProblem")));
+    }
+
+private:
+    QString fileWith(const QByteArray &content)
+    {
+        const QString path = mFolder.filePath(QStringLiteral("%1.log").arg(++mFiles));
+        QFile file(path);
+        if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
+            qFatal("no file for the test");
+        return path;
+    }
+
+    Loaded readAll(const QByteArray &content)
+    {
+        RecordingReader reader;
+        QEventLoop loop;
+        Loaded recording;
+        connect(&reader, &RecordingReader::finished, &reader, [&](const Loaded &loaded) {
+            recording = loaded;
+            loop.quit();
+        });
+        if (!reader.start(fileWith(content)).isEmpty())
+            return nullptr;
+        loop.exec();
+        return recording;
+    }
+
+    void openWindow()
+    {
+        mWindow = std::make_unique<DeskWindow>();
+        mWindow->show();
+        part<QTabWidget>(*mWindow, "pages")->setCurrentWidget(mWindow->replayPanel());
+        connectTwo(*mWindow);
+    }
+
+    void load(const QString &path)
+    {
+        mWindow->replayPanel()->load(path);
+        QTRY_VERIFY_WITH_TIMEOUT(text("replayFile").startsWith(path), PatienceMs);
+    }
+
+    QString text(const char *name)
+    {
+        const auto *const widget = part<QWidget>(*mWindow, name);
+        return widget->property("text").toString();
+    }
+
+    QStringList tracedBy(quint16 adapter)
+    {
+        const auto &trace = *mWindow->tracePanel()->model();
+        QVector<CAN::CanMessage> messages;
+        for (int i = 0; i < trace.rowCount(); ++i) {
+            if (trace.frameAt(i).adapterId == adapter && !trace.frameAt(i).isTx)
+                messages.append(trace.frameAt(i).message);
+        }
+        return asLines(messages);
+    }
+
+    QTemporaryDir mFolder;
+    int mFiles = 0;
+    std::unique_ptr<DeskWindow> mWindow;
+};
+
+QTEST_MAIN(TestDeskReplay)
+#include "tst_desk_replay.moc"
