@@ -5,11 +5,11 @@
 
 #include "support/frame_recorder.h"
 #include "support/open_adapter.h"
+#include "support/pace.h"
 #include "support/report.h"
 
 #include <QtCore/QCoreApplication>
 
-#include <cmath>
 #include <ctime>
 #include <sys/prctl.h>
 
@@ -43,34 +43,13 @@ private:
     std::vector<Stamps> mStamps;
 };
 
-struct Pace
-{
-    double mean = 0.0;
-    double median = 0.0;
-    double deviation = 0.0;
-    double worst = 0.0;
-    int early = 0;
-};
-
-/// Periods in microseconds; how they scatter around their mean.
-Pace paceOf(const std::vector<Stamps> &jobs, int intervalMs)
+Pace paceOfJobs(const std::vector<Stamps> &jobs, int intervalMs)
 {
     std::vector<double> periods;
     for (const Stamps &stamps : jobs)
         for (std::size_t index = 1; index < stamps.size(); ++index)
             periods.push_back(std::chrono::duration<double, std::micro>(stamps[index] - stamps[index - 1]).count());
-    Pace pace;
-    pace.median = medianOf(periods);
-    for (const double period : periods) {
-        pace.mean += period / static_cast<double>(periods.size());
-        pace.worst = std::max(pace.worst, period);
-        pace.early += period < intervalMs * 1000.0 ? 1 : 0;
-    }
-    double squares = 0.0;
-    for (const double period : periods)
-        squares += (period - pace.mean) * (period - pace.mean);
-    pace.deviation = std::sqrt(squares / static_cast<double>(periods.size()));
-    return pace;
+    return paceOf(periods, intervalMs);
 }
 
 Pace runBareLoops(int jobs, int intervalMs, int frames, bool lowerSlack)
@@ -93,7 +72,7 @@ Pace runBareLoops(int jobs, int intervalMs, int frames, bool lowerSlack)
         thread->start(QThread::TimeCriticalPriority);
     for (const auto &thread : threads)
         thread->wait();
-    return paceOf(stamps, intervalMs);
+    return paceOfJobs(stamps, intervalMs);
 }
 
 struct BusRun
@@ -129,7 +108,7 @@ BusRun run(int jobs, int intervalMs, int frames)
     transmitters.clear();
     const int sent = jobs * frames;
     const bool complete = QTest::qWaitFor([&] { return recorder.count() == sent; }, 1000);
-    return {paceOf(sending->stamps(), intervalMs), runBareLoops(jobs, intervalMs, frames, true),
+    return {paceOfJobs(sending->stamps(), intervalMs), runBareLoops(jobs, intervalMs, frames, true),
             complete ? 0 : sent - recorder.count()};
 }
 
@@ -162,6 +141,7 @@ int main(int argc, char **argv)
     reportPace(report, 1, 1, 3000 / share);
     reportPace(report, 1, 5, 1000 / share);
     reportPace(report, 1, 10, 600 / share);
+    reportPace(report, 1, 100, report.quick() ? 4 : 200);
     reportPace(report, 50, 10, 400 / share);
     const int frames = 300 / share;
     report.compare(QStringLiteral("10 ms: median excess with lower timer slack"),

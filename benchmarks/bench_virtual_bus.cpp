@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
-// The virtual bus beside what bare system calls reach on the same loopback broadcast. The bare loops
-// have the same shape as the bus: every side listens, the sending one included.
+// The virtual bus beside what bare system calls reach on the same loopback broadcast, and beside the virtual buses of
+// others, each between two accesses of one process. The bare loops have the same shape as the bus: every side listens,
+// the sending one included.
 #include "support/bus_load.h"
+#include "support/can_peers.h"
 #include "support/frame_recorder.h"
 #include "support/open_adapter.h"
 #include "support/report.h"
 
 #include <QtCore/QCoreApplication>
+#include <QtNetwork/QTcpServer>
 
 #include <arpa/inet.h>
 #include <atomic>
@@ -171,36 +174,97 @@ std::vector<double> roundTripsOverBareSockets(int count)
     return microseconds;
 }
 
+quint16 freeTcpPort()
+{
+    QTcpServer probe;
+    if (!probe.listen(QHostAddress::LocalHost))
+        qFatal("no free TCP port");
+    return probe.serverPort();
+}
+
+struct VirtualPeer
+{
+    QString name;
+    std::function<QStringList(const QString &verb, int frames)> command;
+};
+
+std::vector<VirtualPeer> virtualPeers()
+{
+    const auto python = [](const char *bus) {
+        return [bus](const QString &verb, int frames) {
+            return peerCommand("python_can_peer", verb, QLatin1String(bus), frames);
+        };
+    };
+    const auto serialBus = [](const QString &verb, int frames) {
+        return peerCommand("serialbus_can_peer", verb, QStringLiteral("virtual:%1").arg(freeTcpPort()), frames);
+    };
+    const auto multicast = [python](const QString &verb, int frames) {
+        return QStringList(peerProgram("in_own_network")) + python("udp_multicast")(verb, frames);
+    };
+    return {{QStringLiteral("Qt SerialBus virtualcan"), serialBus},
+            {QStringLiteral("python-can virtual"), python("virtual")},
+            {QStringLiteral("python-can udp_multicast"), multicast}};
+}
+
+/// The frames a second and the percent of frames lost, of one run each.
+struct Bursts
+{
+    std::vector<double> rate;
+    std::vector<double> lost;
+
+    void add(double framesPerSecond, double received, double frames)
+    {
+        rate.push_back(framesPerSecond);
+        lost.push_back(100.0 * (frames - received) / frames);
+    }
+};
+
 void reportBursts(const Report &report)
 {
-    const quint32 frames = report.quick() ? 2000 : 100000;
-    std::vector<double> ours;
-    std::vector<double> bare;
-    std::vector<double> lost;
-    std::vector<double> bareLost;
+    const int frames = report.quick() ? 2000 : 100000;
+    const std::vector<VirtualPeer> peers = virtualPeers();
+    Bursts ours;
+    Bursts bare;
+    std::vector<Bursts> others(peers.size());
+    const auto addBurst = [frames](Bursts &bursts, const Burst &one) {
+        bursts.add(one.framesPerSecond, static_cast<double>(frames - one.lost), frames);
+    };
     for (int run = 0; run < (report.quick() ? 1 : 5); ++run) {
-        const Burst adapters = burstOverAdapters(frames);
-        const Burst sockets = burstOverBareSockets(frames);
-        ours.push_back(adapters.framesPerSecond);
-        lost.push_back(static_cast<double>(adapters.lost));
-        bare.push_back(sockets.framesPerSecond);
-        bareLost.push_back(static_cast<double>(sockets.lost));
+        addBurst(ours, burstOverAdapters(static_cast<quint32>(frames)));
+        addBurst(bare, burstOverBareSockets(static_cast<quint32>(frames)));
+        for (std::size_t index = 0; index < peers.size(); ++index) {
+            if (const auto result = resultOf(peers[index].command(QStringLiteral("burst"), frames)))
+                others[index].add(result->frames / std::max(result->seconds, 1e-9), result->frames, frames);
+        }
     }
-    report.compare(QStringLiteral("frames through two adapters, burst of %1").arg(frames), medianOf(ours),
-                   QStringLiteral("1/s"), Report::Better::More, QStringLiteral("bare loop"), medianOf(bare));
-    report.beside(QStringLiteral("lost in the burst"), medianOf(lost), QStringLiteral("frames"),
-                  QStringLiteral("bare loop"), medianOf(bareLost));
+    const auto compare = [&](const QString &name, const Bursts &other) {
+        report.compare(QStringLiteral("burst of %1, frames a second").arg(frames), medianOf(ours.rate),
+                       QStringLiteral("1/s"), Report::Better::More, name, medianOf(other.rate));
+        report.beside(QStringLiteral("burst of %1, lost").arg(frames), medianOf(ours.lost), QStringLiteral("%"), name,
+                      medianOf(other.lost));
+    };
+    compare(QStringLiteral("bare loop"), bare);
+    for (std::size_t index = 0; index < peers.size(); ++index) {
+        if (others[index].rate.empty())
+            report.note(QStringLiteral("%1 cannot run here").arg(peers[index].name));
+        else
+            compare(peers[index].name, others[index]);
+    }
 }
 
 void reportRoundTrips(const Report &report)
 {
     const int trips = report.quick() ? 200 : 5000;
-    const std::vector<double> ours = roundTripsOverAdapters(trips);
-    const std::vector<double> bare = roundTripsOverBareSockets(trips);
-    for (const auto &[name, fraction] : {std::pair("median", 0.5), std::pair("99th percentile", 0.99)}) {
-        report.compare(QStringLiteral("round trip, %1").arg(QLatin1String(name)), quantileOf(ours, fraction),
-                       QStringLiteral("us"), Report::Better::Less, QStringLiteral("bare loop"),
-                       quantileOf(bare, fraction));
+    const auto timesIn = [](const std::vector<double> &microseconds) {
+        return PeerTimes{quantileOf(microseconds, 0.5), quantileOf(microseconds, 0.99),
+                         quantileOf(microseconds, 0.999)};
+    };
+    const PeerTimes ours = timesIn(roundTripsOverAdapters(trips));
+    reportTimes(report, QStringLiteral("round trip"), ours, QStringLiteral("bare loop"),
+                timesIn(roundTripsOverBareSockets(trips)));
+    for (const VirtualPeer &peer : virtualPeers()) {
+        if (const auto times = timesOf(peer.command(QStringLiteral("trips"), trips)))
+            reportTimes(report, QStringLiteral("round trip"), ours, peer.name, *times);
     }
 }
 

@@ -97,7 +97,7 @@ int burst(const Order &order)
     connectDevice(to);
     connectDevice(from);
     from->writeFrame(frameOf(order, LeadNumber, static_cast<unsigned int>(LeadNumber)));
-    QTimer::singleShot(LeadPause, [&] {
+    QTimer::singleShot(LeadPause, Qt::PreciseTimer, QCoreApplication::instance(), [&] {
         for (long number = 0; number < order.frames; ++number)
             from->writeFrame(frameOf(order, number, static_cast<unsigned int>(number % IdentifierCount)));
     });

@@ -15,11 +15,6 @@
 
 namespace {
 
-QString peerProgram(const char *name)
-{
-    return QCoreApplication::applicationDirPath() + QStringLiteral("/peers/") + QLatin1String(name);
-}
-
 CanPeer ownPeer(const QString &name, const char *program, const QString &bus)
 {
     const auto command = [program, bus](const QString &verb) {
@@ -79,6 +74,11 @@ bool hasPeerInterface(const Report &report)
         return true;
     report.note(QStringLiteral("skipped: there is no %1 here; tests/guest/run has one").arg(peerInterface));
     return false;
+}
+
+QString peerProgram(const char *name)
+{
+    return QCoreApplication::applicationDirPath() + QStringLiteral("/peers/") + QLatin1String(name);
 }
 
 QStringList peerCommand(const char *program, const QString &verb, const QString &bus, int frames)
@@ -169,4 +169,14 @@ std::optional<PeerTimes> timesOf(const QStringList &command)
         return std::nullopt;
     const auto [median, percentile99, percentile999] = printedNumbers(end);
     return PeerTimes{median, percentile99, percentile999};
+}
+
+void reportTimes(const Report &report, const QString &what, const PeerTimes &ours, const QString &peer,
+                 const PeerTimes &theirs)
+{
+    for (const auto &[name, value] :
+         {std::pair("median", &PeerTimes::median), std::pair("99th percentile", &PeerTimes::percentile99),
+          std::pair("99.9th percentile", &PeerTimes::percentile999)})
+        report.compare(QStringLiteral("%1, %2").arg(what, QLatin1String(name)), ours.*value, QStringLiteral("us"),
+                       Report::Better::Less, peer, theirs.*value);
 }

@@ -48,6 +48,9 @@ inline constexpr double FullBusRate = 9009.0;
 /// Whether this machine has that interface; the report tells if not.
 bool hasPeerInterface(const Report &report);
 
+/// A program in the folder peers.
+QString peerProgram(const char *name);
+
 /// A command line for one of the programs in the folder peers; peer.h tells the verbs. Of those with frames of CAN FD
 /// the bus is `fdBus()`.
 QStringList peerCommand(const char *program, const QString &verb, const QString &bus, int frames);
@@ -76,3 +79,7 @@ std::optional<PeerResult> runSender(const CanPeer &peer, int frames);
 /// What a peer prints of frames or of times; nothing if it cannot run here.
 std::optional<PeerResult> resultOf(const QStringList &command);
 std::optional<PeerTimes> timesOf(const QStringList &command);
+
+/// Prints our times beside those of a peer.
+void reportTimes(const Report &report, const QString &what, const PeerTimes &ours, const QString &peer,
+                 const PeerTimes &theirs);

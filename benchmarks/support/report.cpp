@@ -46,6 +46,10 @@ void Report::compare(const QString &what, double value, const QString &unit, Bet
                      double peerValue) const
 {
     const double ratio = better == Better::More ? value / peerValue : peerValue / value;
+    if (!std::isfinite(ratio)) {
+        beside(what, value, unit, peer, peerValue);
+        return;
+    }
     write(QStringLiteral("  %1  %2 %3   %4: %5   ratio %6")
               .arg(what, -52)
               .arg(number(value), 12)

@@ -8,6 +8,7 @@
 #include "support/open_adapter.h"
 
 #include <BusLinkDesk/backends/packet_bridge/pxr_dummy_adapter.h>
+#include <BusLinkDesk/backends/serial/usb_message_p.h>
 #include <BusLinkDesk/backends/socketcan/socket_can_adapter.h>
 #include <BusLinkDesk/traffic/can_scheduler.h>
 
@@ -110,6 +111,36 @@ void countPackets()
     for (int frame = 0; frame < Frames; ++frame)
         packets.append(packet);
     countInstructions(Frames, "packet bridge, received", [&] { bridge.onCanMessageReceived(packets); });
+}
+
+void countUsbMessages()
+{
+    const CAN::CanMessage message = record().message;
+    QByteArray stream;
+    countInstructions(Frames, "USB, encoded", [&] {
+        stream.clear();
+        for (int frame = 0; frame < Frames; ++frame) {
+            const buslink::UsbMessage encoded = buslink::encodeUsbMessage(message);
+            stream.append(encoded.bytes.data(), encoded.size);
+        }
+    });
+    // In pieces as a port has them, from which each message is removed.
+    constexpr int pieces = 50;
+    const int bytes = stream.size() / pieces;
+    CAN::CanMessage decoded;
+    int frames = 0;
+    countInstructions(Frames, "USB, decoded", [&] {
+        for (int piece = 0; piece < pieces; ++piece) {
+            QByteArray buffer = stream.mid(piece * bytes, bytes);
+            while (!buffer.isEmpty()) {
+                const buslink::UsbDecodeStep step = buslink::decodeUsbMessage(buffer, decoded);
+                frames += step.outcome == buslink::UsbDecodeStep::Outcome::Frame;
+                buffer.remove(0, step.remove);
+            }
+        }
+    });
+    if (frames != Frames * (1 + CountsOfEach))
+        qFatal("not all messages were decoded");
 }
 
 /// Counts the frames of an adapter's own thread. The first of a round begins the count, the last one ends it; what
@@ -262,6 +293,7 @@ int main(int argc, char **argv)
     countDispatch(100000, "dispatched, 100000 identifiers");
     countStoredForm();
     countPackets();
+    countUsbMessages();
     countVirtualBus();
     countSocketCan();
     countSocketCanWrites();

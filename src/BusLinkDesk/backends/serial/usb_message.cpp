@@ -46,6 +46,16 @@ quint8 checksumOf(const char *bytes, int count)
     return sum & LowBits;
 }
 
+/// Whether a message starts at one of the positions from 1 to `last`, which are in the buffer.
+bool anyStart(const QByteArray &buffer, int last)
+{
+    const char *const bytes = buffer.constData();
+    quint8 all = 0;
+    for (int position = 1; position <= last; ++position)
+        all |= static_cast<quint8>(bytes[position]);
+    return (all & StartMark) != 0;
+}
+
 /// Cuts at every start of a message from position 1 on, up to position `last`. A cut moves what follows to
 /// the front, and the search goes on one position further there.
 void findStarts(const QByteArray &buffer, int last, UsbDecodeStep &step)
@@ -74,9 +84,12 @@ void restoreHighBits(QByteArray &buffer, int lengthByte)
     if (buffer.size() == lengthByte + 1 && buffer.size() <= last)
         buffer.append(last + 1 - buffer.size(), '\0');
     char *const bytes = buffer.data();
-    for (int i = 0; i < std::min(last, buffer.size() - 1); ++i) {
-        const quint8 bit = extra[static_cast<std::size_t>(i / BitsPerExtraByte)] >> (i % BitsPerExtraByte) & 1U;
-        bytes[i + 1] = static_cast<char>(static_cast<quint8>(bytes[i + 1]) | bit << 7);
+    const int end = std::min(last + 1, buffer.size());
+    for (int i = 0; i < extraBytes; ++i) {
+        const int groupEnd = std::min(BitsPerExtraByte * (i + 1) + 1, end);
+        unsigned int bits = extra[static_cast<std::size_t>(i)];
+        for (int position = BitsPerExtraByte * i + 1; bits != 0 && position < groupEnd; ++position, bits >>= 1)
+            bytes[position] = static_cast<char>(static_cast<quint8>(bytes[position]) | (bits & 1U) << 7);
     }
 }
 
@@ -148,8 +161,9 @@ UsbDecodeStep decodeUsbMessage(QByteArray &buffer, CAN::CanMessage &message)
         findStarts(buffer, buffer.size() - 1, step);
         return step;
     }
-    findStarts(buffer, step.lengthByte, step);
-    if (!step.cuts.isEmpty()) {
+    // Seldom, so that the search need not be quick.
+    if (anyStart(buffer, step.lengthByte)) {
+        findStarts(buffer, step.lengthByte, step);
         step.outcome = Outcome::StartInside;
         return step;
     }

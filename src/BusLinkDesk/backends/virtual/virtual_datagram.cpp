@@ -7,11 +7,6 @@
 
 namespace buslink {
 
-VirtualDatagram emptyVirtualDatagram()
-{
-    return encodeVirtualDatagram(CAN::CanMessage());
-}
-
 VirtualDatagram encodeVirtualDatagram(const CAN::CanMessage &message)
 {
     VirtualDatagram datagram;

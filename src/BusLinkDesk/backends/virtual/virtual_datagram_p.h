@@ -11,8 +11,11 @@ namespace buslink {
 /// Bytes of one datagram.
 using VirtualDatagram = std::array<unsigned char, sizeof(CAN::CanMessage)>;
 
-/// What a datagram holds where nothing was received: the bytes of a fresh frame record.
-VirtualDatagram emptyVirtualDatagram();
+/// What a datagram holds where nothing was received: the bytes of a fresh frame record, which are zero.
+inline VirtualDatagram emptyVirtualDatagram()
+{
+    return {};
+}
 
 /// The bytes that go out for a frame.
 VirtualDatagram encodeVirtualDatagram(const CAN::CanMessage &message);
