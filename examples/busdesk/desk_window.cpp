@@ -140,20 +140,26 @@ void DeskWindow::showStatus()
 {
     int open = 0;
     QString trouble;
-    bool passive = false;
+    QString warning;
     const QList<AbstractCanAdapter *> adapters = mDesk.adapters();
     for (AbstractCanAdapter *adapter : adapters) {
         const AdapterStatus status = mDesk.status(adapter);
         open += status.open ? 1 : 0;
+        const QString text = tr("adapter %1: %2").arg(adapter->getId()).arg(statusText(status));
         if (trouble.isEmpty() && (!status.problem.isEmpty() || status.busState == CAN::CanStateBusOff))
-            trouble = tr("adapter %1: %2").arg(adapter->getId()).arg(statusText(status));
-        passive = passive || status.busState == CAN::CanStateErrorPassive;
+            trouble = text;
+        else if (warning.isEmpty() && status.busState == CAN::CanStateErrorPassive)
+            warning = text;
     }
     const QString count = tr("%1 of %2 adapters open").arg(open).arg(adapters.size());
-    const char *const color = !trouble.isEmpty() ? "#c62828" : passive ? "#b26a00" : open > 0 ? "#2e7d32" : "#757575";
+    const char *const color = !trouble.isEmpty()   ? "#c62828"
+                              : !warning.isEmpty() ? "#b26a00"
+                              : open > 0           ? "#2e7d32"
+                                                   : "#757575";
     mLamp->setStyleSheet(
         QStringLiteral("padding: 2px 8px; border-radius: 3px; color: white; background: %1").arg(QLatin1String(color)));
-    mLamp->setText(trouble.isEmpty() ? count : count + QStringLiteral(" \u2013 ") + trouble);
+    const QString worst = trouble.isEmpty() ? warning : trouble;
+    mLamp->setText(worst.isEmpty() ? count : count + QStringLiteral(" \u2013 ") + worst);
 }
 
 } // namespace buslink

@@ -175,7 +175,7 @@ private:
 
     QString logFile(const QByteArray &log)
     {
-        const QString path = mFolder.filePath(QStringLiteral("played.log"));
+        QString path = mFolder.filePath(QStringLiteral("played.log"));
         QFile file(path);
         if (!file.open(QIODevice::WriteOnly) || file.write(log) != log.size())
             qFatal("no file for the test");
