@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The SocketCAN adapter beside other ways to a CAN interface, each in a process of its own on the same
-// virtual interface.
+// virtual interface: rates, processor time and times on the way.
 #include "support/can_peers.h"
 #include "support/report.h"
 
@@ -60,29 +60,55 @@ void reportSeries(const Report &report, const QString &what, const std::vector<C
     }
 }
 
-void reportReceiving(const Report &report, const QString &what, int rounds, int frames, double framesPerSecond)
+void reportReceiving(const Report &report, const QString &what, const QString &bus, int rounds, int frames,
+                     double framesPerSecond)
 {
-    const std::vector<CanPeer> peers = canPeers();
+    const std::vector<CanPeer> peers = canPeers(bus);
     const std::vector<Series> all = runInTurn(
-        peers, rounds, frames, [&](const CanPeer &peer) { return runReceiver(peer, frames, framesPerSecond); });
+        peers, rounds, frames, [&](const CanPeer &peer) { return runReceiver(peer, bus, frames, framesPerSecond); });
     reportSeries(report, what, peers, all);
-    for (std::size_t index = 0; index < all.size(); ++index) {
+    const auto lost = [frames](const Series &one) {
+        return 100.0 * one.lost / (static_cast<double>(frames) * one.runs);
+    };
+    for (std::size_t index = 1; index < all.size(); ++index) {
         if (all[index].runs > 0)
-            report.figure(QStringLiteral("%1, lost by %2").arg(what, peers[index].name),
-                          100.0 * all[index].lost / (static_cast<double>(frames) * all[index].runs),
-                          QStringLiteral("%"));
+            report.beside(what + QStringLiteral(", lost"), lost(all[0]), QStringLiteral("%"), peers[index].name,
+                          lost(all[index]));
     }
 }
 
-void reportSending(const Report &report, int rounds, int frames)
+void reportSending(const Report &report, const QString &what, const QString &bus, int rounds, int frames)
 {
-    std::vector<CanPeer> peers = canPeers();
+    std::vector<CanPeer> peers = canPeers(bus);
     const auto run = [&](const CanPeer &peer) { return runSender(peer, frames); };
-    reportSeries(report, QStringLiteral("sending"), peers, runInTurn(peers, rounds, frames, run));
+    reportSeries(report, what, peers, runInTurn(peers, rounds, frames, run));
+    if (report.quick())
+        return;
     // The bare loop and Qt SerialBus tell of no frame that left, so that is the like to compare them with.
     peers.resize(3);
-    peers[0] = adapterWithoutEcho();
-    reportSeries(report, QStringLiteral("sending without echo"), peers, runInTurn(peers, rounds, frames, run));
+    peers[0] = adapterWithoutEcho(bus);
+    reportSeries(report, what + QStringLiteral(" without echo"), peers, runInTurn(peers, rounds, frames, run));
+}
+
+void reportTimes(const Report &report, const QString &what, const QString &verb, int frames)
+{
+    std::optional<PeerTimes> ours;
+    for (const CanPeer &peer : canPeers()) {
+        if (!peer.times)
+            continue;
+        const std::optional<PeerTimes> times = timesOf(peer.times(verb, frames));
+        if (!ours) {
+            ours = times.value();
+        } else if (!times) {
+            report.note(QStringLiteral("%1: %2 not measured, it is not installed").arg(what, peer.name));
+        } else {
+            for (const auto &[name, value] :
+                 {std::pair("median", &PeerTimes::median), std::pair("99th percentile", &PeerTimes::percentile99),
+                  std::pair("99.9th percentile", &PeerTimes::percentile999)})
+                report.compare(QStringLiteral("%1, %2").arg(what, QLatin1String(name)), *ours.*value,
+                               QStringLiteral("us"), Report::Better::Less, peer.name, *times.*value);
+        }
+    }
 }
 
 } // namespace
@@ -96,8 +122,17 @@ int main(int argc, char **argv)
     const int rounds = report.quick() ? 1 : 7;
     const int frames = report.quick() ? 1000 : 20000;
     const int burst = report.quick() ? 1000 : 100000;
-    reportReceiving(report, QStringLiteral("receiving a full bus"), rounds, frames, FullBusRate);
-    reportReceiving(report, QStringLiteral("receiving a burst"), rounds, burst, 0.0);
-    reportSending(report, rounds, burst);
+    // Processes start slowly in a guest, and a quick run of half the rows starts each peer in each way.
+    if (!report.quick()) {
+        reportReceiving(report, QStringLiteral("receiving a full bus"), peerInterface, rounds, frames, FullBusRate);
+        reportReceiving(report, QStringLiteral("receiving a burst"), peerInterface, rounds, burst, 0.0);
+        reportSending(report, QStringLiteral("sending"), peerInterface, rounds, burst);
+        reportReceiving(report, QStringLiteral("receiving CAN FD at that pace"), fdBus(), rounds, frames, FullBusRate);
+    }
+    reportReceiving(report, QStringLiteral("receiving a burst of CAN FD"), fdBus(), rounds, burst, 0.0);
+    reportSending(report, QStringLiteral("sending CAN FD"), fdBus(), rounds, burst);
+    const int trips = report.quick() ? 20 : 2000;
+    reportTimes(report, QStringLiteral("from a bare socket"), QStringLiteral("arrivals"), trips);
+    reportTimes(report, QStringLiteral("round trip"), QStringLiteral("trips"), trips);
     return 0;
 }

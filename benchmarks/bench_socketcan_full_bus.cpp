@@ -7,7 +7,6 @@
 
 #include "peers/peer.h"
 #include "support/can_peers.h"
-#include "support/child_process.h"
 #include "support/report.h"
 
 #include <QtCore/QCoreApplication>
@@ -55,7 +54,9 @@ void reportFullBus(const Report &report, int frames, unsigned int cycleMs)
     transmitter.startTransmission();
 
     const double processorBefore = Usage::now().processor;
-    const ChildProcess::End sent = ChildProcess(bareSender(frames, FullBusRate)).wait();
+    const std::optional<PeerResult> sent = resultOf(bareSender(peerInterface, frames, FullBusRate));
+    if (!sent)
+        qFatal("no sender");
     int seen = -1;
     while (arrivals.count < frames && arrivals.count != seen) {
         seen = arrivals.count;
@@ -68,7 +69,7 @@ void reportFullBus(const Report &report, int frames, unsigned int cycleMs)
     adapter.wait();
 
     const QString what = QStringLiteral("full bus, a frame out every %1 ms").arg(cycleMs);
-    const double seconds = sent.output.simplified().split(' ').value(1).toDouble();
+    const double seconds = sent->seconds;
     report.compare(what + QStringLiteral(", pace"), frames / seconds, QStringLiteral("1/s"), Report::Better::More,
                    QStringLiteral("asked for"), FullBusRate);
     report.figure(what + QStringLiteral(", sent"), frames, QStringLiteral("frames"));

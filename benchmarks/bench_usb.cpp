@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The USB adapter: its wire format beside a copy of the same bytes, its loop beside bare system calls on the same
 // pseudo-terminal, and what an adapter costs that has nothing to do.
+#include "support/mock_ports.h"
 #include "support/report.h"
 
 #include <BusLinkDesk/backends/serial/usb_message_p.h>
@@ -288,14 +289,7 @@ void reportIdleCost(const Report &report)
 
 int main(int argc, char **argv)
 {
-    // Mocked ports need a library in front of all others.
-    if (!qgetenv("LD_PRELOAD").contains("umockdev")) {
-        std::vector<char *> arguments{const_cast<char *>(UMOCKDEV_WRAPPER)};
-        arguments.insert(arguments.end(), argv, argv + argc);
-        arguments.push_back(nullptr);
-        ::execv(UMOCKDEV_WRAPPER, arguments.data());
-        qFatal("%s cannot be run", UMOCKDEV_WRAPPER);
-    }
+    restartWithMockPorts(argv);
     const Report report(argc, argv, QStringLiteral("USB adapter"));
     const QCoreApplication application(argc, argv);
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});

@@ -188,8 +188,8 @@ void reportBursts(const Report &report)
     }
     report.compare(QStringLiteral("frames through two adapters, burst of %1").arg(frames), medianOf(ours),
                    QStringLiteral("1/s"), Report::Better::More, QStringLiteral("bare loop"), medianOf(bare));
-    report.figure(QStringLiteral("lost in the burst"), medianOf(lost), QStringLiteral("frames"));
-    report.figure(QStringLiteral("lost in the burst by the bare loop"), medianOf(bareLost), QStringLiteral("frames"));
+    report.beside(QStringLiteral("lost in the burst"), medianOf(lost), QStringLiteral("frames"),
+                  QStringLiteral("bare loop"), medianOf(bareLost));
 }
 
 void reportRoundTrips(const Report &report)

@@ -1,51 +1,18 @@
 // SPDX-License-Identifier: MIT
-// The limit: a loop of the system calls that a frame cannot do without, and nothing around them.
-#include "peer.h"
-
-#include <linux/can.h>
-#include <linux/can/raw.h>
-#include <net/if.h>
-#include <sys/select.h>
-#include <sys/socket.h>
-#include <sys/uio.h>
-#include <unistd.h>
+// The limit.
+#include "bare_socket.h"
 
 namespace {
-
-int boundSocket(const char *interface)
-{
-    const int bytes = 500'000;
-    const int socket = ::socket(PF_CAN, SOCK_RAW, CAN_RAW);
-    sockaddr_can address{};
-    address.can_family = AF_CAN;
-    address.can_ifindex = static_cast<int>(::if_nametoindex(interface));
-    if (::setsockopt(socket, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) != 0)
-        ::setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
-    if (address.can_ifindex == 0 || ::bind(socket, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
-        std::perror(interface);
-        std::exit(StatusNotHere);
-    }
-    return socket;
-}
 
 int receive(const Order &order)
 {
     FrameMeter meter(order.frames);
-    const int socket = boundSocket(order.interface);
-    can_frame frame{};
-    iovec buffer{&frame, sizeof frame};
-    msghdr message{};
-    message.msg_iov = &buffer;
-    message.msg_iovlen = 1;
+    BareSocket socket(order);
     for (;;) {
-        fd_set readable;
-        FD_ZERO(&readable);
-        FD_SET(socket, &readable);
-        timeval timeout{0, FrameMeter::PollMilliseconds * 1000L};
-        if (::select(socket + 1, &readable, nullptr, nullptr, &timeout) <= 0) {
+        if (!socket.wait(FrameMeter::PollMilliseconds)) {
             if (meter.over())
                 break;
-        } else if (::recvmsg(socket, &message, 0) == sizeof frame && meter.count()) {
+        } else if (socket.receive() && meter.count()) {
             break;
         }
     }
@@ -54,21 +21,51 @@ int receive(const Order &order)
 
 int send(const Order &order)
 {
-    const int socket = boundSocket(order.interface);
-    can_frame frame{};
-    frame.len = CAN_MAX_DLEN;
-    return sendAll(order, [&](long number, unsigned int identifier) {
-        const auto value = static_cast<unsigned int>(number);
-        frame.can_id = identifier;
-        std::memcpy(frame.data, &value, sizeof value);
-        return ::write(socket, &frame, sizeof frame) == sizeof frame;
+    BareSocket socket(order);
+    return sendAll(order, [&](long number, unsigned int identifier) { return socket.send(number, identifier); });
+}
+
+int trips(const Order &order)
+{
+    BareSocket here(order);
+    BareSocket there(order);
+    std::thread answers([&] {
+        for (long number = 0; number < order.frames; ++number) {
+            while (!there.receive() || there.identifier() != QuestionId) {
+            }
+            there.send(number, AnswerId);
+        }
     });
+    TripMeter meter;
+    const int status = meter.run(
+        order.frames, [&](long number) { here.send(number, QuestionId); },
+        [&] {
+            if (here.receive() && here.identifier() == AnswerId)
+                meter.take();
+        });
+    answers.join();
+    return status;
+}
+
+int arrivals(const Order &order)
+{
+    BareSocket socket(order);
+    TripMeter meter;
+    std::thread receiver([&] {
+        for (long number = 0; number < order.frames; ++number) {
+            if (socket.receive())
+                meter.take();
+        }
+    });
+    const int status = sendArrivals(order, meter);
+    receiver.join();
+    return status;
 }
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    const Order order = orderOf(argc, argv);
-    return order.receive ? receive(order) : send(order);
+    return perform(orderOf(argc, argv),
+                   {{"receive", receive}, {"send", send}, {"trips", trips}, {"arrivals", arrivals}});
 }

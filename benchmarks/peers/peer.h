@@ -1,20 +1,30 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "support/quantile.h"
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
+#include <string>
 #include <sys/resource.h>
 #include <thread>
+#include <vector>
 
-// What the peers of a benchmark on a CAN interface share. Each is a program of its own,
-//     PEER receive|send|send-without-echo INTERFACE FRAMES [FRAMES_PER_SECOND]
+// What the peers of the benchmarks share. Each is a program of its own,
+//     PEER receive|send|send-without-echo|burst BUS FRAMES [FRAMES_PER_SECOND]
 // that prints how many frames there were, and for all of them together the seconds that passed and the
-// seconds of processor time that the program took. Ahead of the frames a sender sends one that is not
-// counted, and pauses: with it receivers begin to measure, those too that take frames by the hundred.
+// seconds of processor time that the program took; a burst goes from one access of the program to another one.
+// Ahead of the frames a sender sends one that is not counted, and pauses: with it receivers begin to measure, those
+// too that take frames by the hundred.
+//     PEER trips|arrivals BUS FRAMES
+// prints the median, the 99th and the 99.9th percentile of the microseconds that a frame takes from one access to
+// another one and back, or from a bare socket to the program.
+// The bus is a CAN interface, INTERFACE:fd for CAN FD frames of 64 bytes, or what the peer's own virtual bus needs.
 
 /// The status of a peer that lacks what it needs on this machine.
 inline constexpr int StatusNotHere = 3;
@@ -29,22 +39,47 @@ inline constexpr std::chrono::milliseconds LeadPause(50);
 /// What a peer is asked to do.
 struct Order
 {
-    bool receive = false;
-    bool echo = true; ///< Whether a sender is told of each frame that left, where it can be.
-    const char *interface = nullptr;
+    std::string verb;
+    std::string interface;
+    bool fd = false;
     long frames = 0;
     double framesPerSecond = 0.0; ///< For senders; 0 is as fast as possible.
+
+    std::size_t payload() const { return fd ? 64 : 8; }
 };
 
 inline Order orderOf(int argc, char **argv)
 {
     if (argc < 4) {
-        std::fprintf(stderr, "usage: %s receive|send|send-without-echo INTERFACE FRAMES [FRAMES_PER_SECOND]\n",
-                     argv[0]);
+        std::fprintf(stderr, "usage: %s VERB BUS FRAMES [FRAMES_PER_SECOND]\n", argv[0]);
         std::exit(2);
     }
-    return {std::strcmp(argv[1], "receive") == 0, std::strcmp(argv[1], "send-without-echo") != 0, argv[2],
-            std::atol(argv[3]), argc > 4 ? std::atof(argv[4]) : 0.0};
+    Order order{argv[1], argv[2], false, std::atol(argv[3]), argc > 4 ? std::atof(argv[4]) : 0.0};
+    const std::string mark = ":fd";
+    if (order.interface.size() > mark.size()
+        && order.interface.compare(order.interface.size() - mark.size(), mark.size(), mark) == 0) {
+        order.fd = true;
+        order.interface.erase(order.interface.size() - mark.size());
+    }
+    return order;
+}
+
+/// What a peer can do.
+struct Verb
+{
+    const char *name;
+    int (*perform)(const Order &order);
+};
+
+/// Does what is ordered and returns the status of the program.
+inline int perform(const Order &order, std::initializer_list<Verb> verbs)
+{
+    for (const Verb &verb : verbs) {
+        if (order.verb == verb.name)
+            return verb.perform(order);
+    }
+    std::fprintf(stderr, "%s: not known here\n", order.verb.c_str());
+    return 2;
 }
 
 /// The clock and the processor time of this process, in seconds.
@@ -121,6 +156,51 @@ private:
     Usage mEnd;
     Usage mLastChange;
 };
+
+/// Sends one frame after the other with `send(number)` and takes the time until `take()` is called for each, on any
+/// thread.
+class TripMeter
+{
+public:
+    /// Notes that the frame under way is there.
+    void take()
+    {
+        mTaken = std::chrono::steady_clock::now();
+        mCount.fetch_add(1, std::memory_order_release);
+    }
+    /// Sends all frames. `idle` is called again and again while one is under way. One that is lost ends the peer.
+    template <typename Send, typename Idle>
+    int run(long frames, Send send, Idle idle)
+    {
+        std::vector<double> microseconds;
+        for (long number = 0; number < frames; ++number) {
+            const auto start = std::chrono::steady_clock::now();
+            send(number);
+            while (mCount.load(std::memory_order_acquire) == number) {
+                idle();
+                if (std::chrono::steady_clock::now() - start > std::chrono::seconds(20)) {
+                    std::fprintf(stderr, "frame %ld did not come\n", number);
+                    return 1;
+                }
+            }
+            microseconds.push_back(std::chrono::duration<double, std::micro>(mTaken - start).count());
+        }
+        std::printf("%.1f %.1f %.1f\n", quantileOf(microseconds, 0.5), quantileOf(microseconds, 0.99),
+                    quantileOf(microseconds, 0.999));
+        return 0;
+    }
+
+    /// The `idle` of peers that take frames on another thread.
+    static void nap() { std::this_thread::sleep_for(std::chrono::microseconds(20)); }
+
+private:
+    std::chrono::steady_clock::time_point mTaken;
+    std::atomic<long> mCount = 0;
+};
+
+/// The identifiers of a round trip.
+inline constexpr unsigned int QuestionId = 1;
+inline constexpr unsigned int AnswerId = 2;
 
 /// Sends the ordered frames with `send(number, identifier)`, which returns whether the frame is on its way.
 template <typename Send>

@@ -9,6 +9,7 @@
 #include <QtCore/QFile>
 
 #include <algorithm>
+#include <array>
 #include <net/if.h>
 #include <unistd.h>
 
@@ -19,14 +20,13 @@ QString peerProgram(const char *name)
     return QCoreApplication::applicationDirPath() + QStringLiteral("/peers/") + QLatin1String(name);
 }
 
-CanPeer ownPeer(const QString &name, const char *program)
+CanPeer ownPeer(const QString &name, const char *program, const QString &bus)
 {
-    const auto command = [program](const QString &direction) {
-        return [program, direction](int frames) {
-            return QStringList{peerProgram(program), direction, peerInterface, QString::number(frames)};
-        };
+    const auto command = [program, bus](const QString &verb) {
+        return [program, bus, verb](int frames) { return peerCommand(program, verb, bus, frames); };
     };
-    return {name, command(QStringLiteral("receive")), command(QStringLiteral("send"))};
+    return {name, command(QStringLiteral("receive")), command(QStringLiteral("send")),
+            [program, bus](const QString &verb, int frames) { return peerCommand(program, verb, bus, frames); }};
 }
 
 /// The sockets that the kernel passes all frames of the interface to.
@@ -48,12 +48,18 @@ bool cannotRun(const ChildProcess::End &end)
     return end.status != 0;
 }
 
-PeerResult printedResult(const ChildProcess::End &end)
+std::array<double, 3> printedNumbers(const ChildProcess::End &end)
 {
     const QList<QByteArray> words = end.output.simplified().split(' ');
     if (words.size() != 3)
         qFatal("a peer printed \"%s\"", end.output.constData());
     return {words[0].toDouble(), words[1].toDouble(), words[2].toDouble()};
+}
+
+PeerResult printedResult(const ChildProcess::End &end)
+{
+    const auto [frames, seconds, processorSeconds] = printedNumbers(end);
+    return {frames, seconds, processorSeconds};
 }
 
 std::optional<PeerResult> resultOfWholeRun(const QStringList &command, int frames)
@@ -75,41 +81,47 @@ bool hasPeerInterface(const Report &report)
     return false;
 }
 
-QStringList bareSender(int frames, double framesPerSecond)
+QStringList peerCommand(const char *program, const QString &verb, const QString &bus, int frames)
 {
-    return {peerProgram("bare_can_peer"), QStringLiteral("send"), peerInterface, QString::number(frames),
-            QString::number(framesPerSecond)};
+    return {peerProgram(program), verb, bus, QString::number(frames)};
 }
 
-CanPeer adapterWithoutEcho()
+QStringList bareSender(const QString &bus, int frames, double framesPerSecond)
 {
-    const CanPeer own = canPeers().front();
-    return {own.name, own.receive, [](int frames) {
-                return QStringList{peerProgram("adapter_can_peer"), QStringLiteral("send-without-echo"), peerInterface,
-                                   QString::number(frames)};
-            }};
+    return peerCommand("bare_can_peer", QStringLiteral("send"), bus, frames) << QString::number(framesPerSecond);
 }
 
-std::vector<CanPeer> canPeers()
+CanPeer adapterWithoutEcho(const QString &bus)
+{
+    CanPeer own = canPeers(bus).front();
+    own.send = [bus](int frames) {
+        return peerCommand("adapter_can_peer", QStringLiteral("send-without-echo"), bus, frames);
+    };
+    return own;
+}
+
+std::vector<CanPeer> canPeers(const QString &bus)
 {
     const auto candump = [](int frames) {
         return QStringList{QStringLiteral("candump"), QStringLiteral("-n"),   QString::number(frames),
                            QStringLiteral("-T"),      QStringLiteral("5000"), peerInterface};
     };
-    const auto cangen = [](int frames) {
-        return QString::fromLatin1("cangen -g 0 -I i -L 8 -D i -n %1 %2")
+    const QString frame = bus == fdBus() ? QStringLiteral("-f -b -L 64") : QStringLiteral("-L 8");
+    const auto cangen = [frame](int frames) {
+        return QString::fromLatin1("cangen -g 0 -I i -D i %1 -n %2 %3")
+            .arg(frame)
             .arg(frames)
             .arg(peerInterface)
             .split(QLatin1Char(' '));
     };
-    return {ownPeer(QStringLiteral("adapter"), "adapter_can_peer"),
-            ownPeer(QStringLiteral("bare loop"), "bare_can_peer"),
-            ownPeer(QStringLiteral("Qt SerialBus"), "serialbus_can_peer"),
-            ownPeer(QStringLiteral("python-can"), "python_can_peer"),
-            {QStringLiteral("candump/cangen"), candump, cangen, false}};
+    return {ownPeer(QStringLiteral("adapter"), "adapter_can_peer", bus),
+            ownPeer(QStringLiteral("bare loop"), "bare_can_peer", bus),
+            ownPeer(QStringLiteral("Qt SerialBus"), "serialbus_can_peer", bus),
+            ownPeer(QStringLiteral("python-can"), "python_can_peer", bus),
+            {QStringLiteral("candump/cangen"), candump, cangen, {}, false}};
 }
 
-std::optional<PeerResult> runReceiver(const CanPeer &peer, int frames, double framesPerSecond)
+std::optional<PeerResult> runReceiver(const CanPeer &peer, const QString &bus, int frames, double framesPerSecond)
 {
     const int before = listeners();
     ChildProcess receiver(peer.receive(frames));
@@ -118,7 +130,7 @@ std::optional<PeerResult> runReceiver(const CanPeer &peer, int frames, double fr
     const double processorBefore = receiver.processorSeconds();
     double begin = 0.0;
     if (receiver.isRunning()) {
-        const ChildProcess::End sent = ChildProcess(bareSender(frames, framesPerSecond)).wait();
+        const ChildProcess::End sent = ChildProcess(bareSender(bus, frames, framesPerSecond)).wait();
         if (cannotRun(sent))
             qFatal("no sender");
         begin = ChildProcess::secondsNow() - printedResult(sent).seconds;
@@ -134,14 +146,27 @@ std::optional<PeerResult> runReceiver(const CanPeer &peer, int frames, double fr
 
 std::optional<PeerResult> runSender(const CanPeer &peer, int frames)
 {
-    if (peer.measuresItself) {
-        const ChildProcess::End end = ChildProcess(peer.send(frames)).wait();
-        return cannotRun(end) ? std::nullopt : std::optional(printedResult(end));
-    }
+    if (peer.measuresItself)
+        return resultOf(peer.send(frames));
     const std::optional<PeerResult> one = resultOfWholeRun(peer.send(1), 1);
     const std::optional<PeerResult> all = resultOfWholeRun(peer.send(frames + 1), frames + 1);
     if (!one || !all)
         return std::nullopt;
     return PeerResult{all->frames - one->frames, all->seconds - one->seconds,
                       all->processorSeconds - one->processorSeconds};
+}
+
+std::optional<PeerResult> resultOf(const QStringList &command)
+{
+    const ChildProcess::End end = ChildProcess(command).wait();
+    return cannotRun(end) ? std::nullopt : std::optional(printedResult(end));
+}
+
+std::optional<PeerTimes> timesOf(const QStringList &command)
+{
+    const ChildProcess::End end = ChildProcess(command).wait();
+    if (cannotRun(end))
+        return std::nullopt;
+    const auto [median, percentile99, percentile999] = printedNumbers(end);
+    return PeerTimes{median, percentile99, percentile999};
 }

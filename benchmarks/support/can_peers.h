@@ -17,6 +17,14 @@ struct PeerResult
     double processorSeconds = 0.0; ///< Of the peer alone, meanwhile.
 };
 
+/// How long frames took on their way, in microseconds.
+struct PeerTimes
+{
+    double median = 0.0;
+    double percentile99 = 0.0;
+    double percentile999 = 0.0;
+};
+
 /// A program that takes part in the traffic on a CAN interface.
 struct CanPeer
 {
@@ -24,6 +32,8 @@ struct CanPeer
     /// The command lines for a number of frames.
     std::function<QStringList(int frames)> receive;
     std::function<QStringList(int frames)> send;
+    /// Where it can measure times: peer.h tells the verbs.
+    std::function<QStringList(const QString &verb, int frames)> times = {};
     /// Whether it measures itself and prints the result. Of one that does not, all its output is lines of a
     /// received frame each, and what it needs to start and to end is taken off.
     bool measuresItself = true;
@@ -38,17 +48,31 @@ inline constexpr double FullBusRate = 9009.0;
 /// Whether this machine has that interface; the report tells if not.
 bool hasPeerInterface(const Report &report);
 
+/// A command line for one of the programs in the folder peers; peer.h tells the verbs. Of those with frames of CAN FD
+/// the bus is `fdBus()`.
+QStringList peerCommand(const char *program, const QString &verb, const QString &bus, int frames);
+
+/// The bus of a peer that uses CAN FD.
+inline QString fdBus()
+{
+    return peerInterface + QStringLiteral(":fd");
+}
+
 /// The sender that all receivers get their frames from, as fast as it can or at a pace.
-QStringList bareSender(int frames, double framesPerSecond = 0.0);
+QStringList bareSender(const QString &bus, int frames, double framesPerSecond = 0.0);
 
 /// Ours first, the bare loop next, then the others. What is not installed is among them.
-std::vector<CanPeer> canPeers();
+std::vector<CanPeer> canPeers(const QString &bus = peerInterface);
 
 /// Our adapter with echo turned off, for sending.
-CanPeer adapterWithoutEcho();
+CanPeer adapterWithoutEcho(const QString &bus);
 
 /// What the peer received of the frames that the bare sender sent; nothing if it cannot run here.
-std::optional<PeerResult> runReceiver(const CanPeer &peer, int frames, double framesPerSecond);
+std::optional<PeerResult> runReceiver(const CanPeer &peer, const QString &bus, int frames, double framesPerSecond);
 
 /// How the peer sent frames; nothing if it cannot run here.
 std::optional<PeerResult> runSender(const CanPeer &peer, int frames);
+
+/// What a peer prints of frames or of times; nothing if it cannot run here.
+std::optional<PeerResult> resultOf(const QStringList &command);
+std::optional<PeerTimes> timesOf(const QStringList &command);

@@ -5,7 +5,6 @@
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 
-#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -14,11 +13,6 @@ namespace {
 QString number(double value)
 {
     return QString::number(value, 'f', std::fabs(value) >= 100 || value == std::floor(value) ? 0 : 3);
-}
-
-QString json(const QJsonObject &object)
-{
-    return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
 }
 
 } // namespace
@@ -32,23 +26,20 @@ Report::Report(int argc, char **argv, const QString &benchmark) : mBenchmark(ben
         else if (argument == QLatin1String("--json") && index + 1 < argc)
             mJsonFile = QString::fromLocal8Bit(argv[++index]);
         else
-            qFatal("usage: %s [--quick] [--json FILE]", argv[0]);
+            qFatal("usage: %s [--quick] [--json FILE|-]", argv[0]);
     }
     std::printf("%s%s\n", qPrintable(benchmark), mQuick ? " (quick run, figures mean nothing)" : "");
 }
 
 void Report::note(const QString &text) const
 {
-    std::printf("  %s\n", qPrintable(text));
+    write(QStringLiteral("  ") + text, {{QStringLiteral("note"), text}});
 }
 
 void Report::figure(const QString &what, double value, const QString &unit) const
 {
     write(QStringLiteral("  %1  %2 %3").arg(what, -52).arg(number(value), 12).arg(unit),
-          json({{QStringLiteral("benchmark"), mBenchmark},
-                {QStringLiteral("what"), what},
-                {QStringLiteral("value"), value},
-                {QStringLiteral("unit"), unit}}));
+          {{QStringLiteral("what"), what}, {QStringLiteral("value"), value}, {QStringLiteral("unit"), unit}});
 }
 
 void Report::compare(const QString &what, double value, const QString &unit, Better better, const QString &peer,
@@ -60,36 +51,40 @@ void Report::compare(const QString &what, double value, const QString &unit, Bet
               .arg(number(value), 12)
               .arg(unit, peer, number(peerValue))
               .arg(ratio, 0, 'f', 3),
-          json({{QStringLiteral("benchmark"), mBenchmark},
-                {QStringLiteral("what"), what},
-                {QStringLiteral("value"), value},
-                {QStringLiteral("unit"), unit},
-                {QStringLiteral("peer"), peer},
-                {QStringLiteral("peerValue"), peerValue},
-                {QStringLiteral("ratio"), ratio}}));
+          {{QStringLiteral("what"), what},
+           {QStringLiteral("value"), value},
+           {QStringLiteral("unit"), unit},
+           {QStringLiteral("peer"), peer},
+           {QStringLiteral("peerValue"), peerValue},
+           {QStringLiteral("ratio"), ratio}});
 }
 
-void Report::write(const QString &text, const QString &json) const
+void Report::beside(const QString &what, double value, const QString &unit, const QString &peer, double peerValue) const
+{
+    write(
+        QStringLiteral("  %1  %2 %3   %4: %5").arg(what, -52).arg(number(value), 12).arg(unit, peer, number(peerValue)),
+        {{QStringLiteral("what"), what},
+         {QStringLiteral("value"), value},
+         {QStringLiteral("unit"), unit},
+         {QStringLiteral("peer"), peer},
+         {QStringLiteral("peerValue"), peerValue}});
+}
+
+void Report::write(const QString &text, QJsonObject row) const
 {
     std::printf("%s\n", qPrintable(text));
+    row.insert(QStringLiteral("benchmark"), mBenchmark);
+    if (mQuick)
+        row.insert(QStringLiteral("quick"), true);
+    if (qEnvironmentVariableIsSet("BUSLINKDESK_GUEST"))
+        row.insert(QStringLiteral("kernel"), qEnvironmentVariable("BUSLINKDESK_GUEST"));
+    const QByteArray line = QJsonDocument(row).toJson(QJsonDocument::Compact) + '\n';
+    if (mJsonFile == QLatin1String("-")) {
+        std::fputs(line.constData(), stdout);
+    } else if (!mJsonFile.isEmpty()) {
+        QFile file(mJsonFile);
+        if (!file.open(QIODevice::Append) || file.write(line) < 0)
+            qFatal("cannot write %s", qPrintable(mJsonFile));
+    }
     std::fflush(stdout);
-    if (mJsonFile.isEmpty())
-        return;
-    QFile file(mJsonFile);
-    if (!file.open(QIODevice::Append) || file.write(json.toUtf8() + '\n') < 0)
-        qFatal("cannot write %s", qPrintable(mJsonFile));
-}
-
-double medianOf(std::vector<double> values)
-{
-    return quantileOf(std::move(values), 0.5);
-}
-
-double quantileOf(std::vector<double> values, double fraction)
-{
-    if (values.empty())
-        return 0.0;
-    const auto place = static_cast<std::size_t>(std::lround(fraction * static_cast<double>(values.size() - 1)));
-    std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(place), values.end());
-    return values[place];
 }

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "support/quantile.h"
+
+#include <QtCore/QJsonObject>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
@@ -8,8 +11,8 @@
 #include <vector>
 
 /// What a benchmark prints: figures beside the limit or the peer that the same run measured. A program
-/// takes `--json FILE`, to which each row is appended as one JSON object a line, and `--quick` for a run
-/// that only shows that it works.
+/// takes `--json FILE`, to which each row is appended as one JSON object a line, or with `-` in place of the file
+/// printed among the rows, and `--quick` for a run that only shows that it works.
 class Report
 {
 public:
@@ -26,22 +29,18 @@ public:
     /// the figure is the worse one.
     void compare(const QString &what, double value, const QString &unit, Better better, const QString &peer,
                  double peerValue) const;
+    /// Prints a figure beside that of a peer where a ratio says nothing, such as where both may be 0.
+    void beside(const QString &what, double value, const QString &unit, const QString &peer, double peerValue) const;
     /// Whether the run is only to show that it works.
     bool quick() const { return mQuick; }
 
 private:
-    void write(const QString &text, const QString &json) const;
+    void write(const QString &text, QJsonObject row) const;
 
     QString mBenchmark;
     QString mJsonFile;
     bool mQuick = false;
 };
-
-/// The middle one of some measurements.
-double medianOf(std::vector<double> values);
-
-/// The value below which `fraction` (0 to 1) of the measurements lie.
-double quantileOf(std::vector<double> values, double fraction);
 
 /// Seconds that a call takes.
 template <typename Call>

@@ -75,7 +75,7 @@ void FramePrinter::receiveText(const QByteArray &text)
         return;
     }
     mGatewayText += text;
-    mWritable.setEnabled(!mFinished && !mGatewayText.isEmpty());
+    mWritable.setEnabled(!mFinished);
 }
 
 qint64 FramePrinter::lostFrames() const

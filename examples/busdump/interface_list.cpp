@@ -9,18 +9,39 @@
 #include <QtCore/QStringList>
 
 #include <algorithm>
-#include <array>
 #include <net/if.h>
 
 namespace buslink {
 
 namespace {
 
-constexpr int Columns = 5;
-using Row = std::array<QString, Columns>;
+using Row = QStringList;
 
-// Numbers stand at the right edge of their columns.
-constexpr std::array<bool, Columns> alignRight{false, false, false, true, true};
+enum class Edge { Left, Right };
+
+// Columns two blanks apart, each as wide as its widest text and aligned at its edge; the last one, where it is aligned
+// at the left, has no blanks behind it.
+QString tableOf(const QVector<Row> &rows, const QVector<Edge> &edges)
+{
+    QVector<int> widths(edges.size());
+    for (const Row &row : rows) {
+        for (int column = 0; column < row.size(); ++column)
+            widths[column] = std::max(widths[column], row[column].size());
+    }
+    QString table;
+    for (const Row &row : rows) {
+        QStringList cells;
+        for (int column = 0; column < row.size(); ++column) {
+            const bool isLast = column == row.size() - 1;
+            if (edges[column] == Edge::Right)
+                cells.append(row[column].rightJustified(widths[column]));
+            else
+                cells.append(isLast ? row[column] : row[column].leftJustified(widths[column]));
+        }
+        table += cells.join(QStringLiteral("  ")) + QLatin1Char('\n');
+    }
+    return table;
+}
 
 bool exists(const QString &name)
 {
@@ -42,18 +63,6 @@ Row rowOf(const ListedInterface &interface)
     return {interface.name, knownOrDash(interface.maker),
             interface.properties.isFd ? QStringLiteral("yes") : QStringLiteral("no"),
             rateText(interface.properties.bitrate), rateText(interface.properties.dbitrate)};
-}
-
-QString lineOf(const Row &row, const std::array<int, Columns> &widths)
-{
-    QString line;
-    for (std::size_t column = 0; column < row.size(); ++column) {
-        if (column > 0)
-            line += QStringLiteral("  ");
-        line +=
-            alignRight[column] ? row[column].rightJustified(widths[column]) : row[column].leftJustified(widths[column]);
-    }
-    return line + QLatin1Char('\n');
 }
 
 } // namespace
@@ -97,14 +106,10 @@ QVector<ListedAdapter> findOtherAdapters()
 
 QString adapterTable(const QVector<ListedAdapter> &adapters)
 {
-    const QString heading = QStringLiteral("OTHER ADAPTERS");
-    int width = heading.size();
+    QVector<Row> rows{{QStringLiteral("OTHER ADAPTERS"), QStringLiteral("KIND")}};
     for (const ListedAdapter &adapter : adapters)
-        width = std::max(width, adapter.argument.size());
-    QString table = heading.leftJustified(width) + QStringLiteral("  KIND\n");
-    for (const ListedAdapter &adapter : adapters)
-        table += QStringLiteral("%1  %2\n").arg(adapter.argument.leftJustified(width), adapter.label);
-    return table;
+        rows.append({adapter.argument, adapter.label});
+    return tableOf(rows, {Edge::Left, Edge::Left});
 }
 
 QString interfaceTable(const QVector<ListedInterface> &interfaces)
@@ -115,15 +120,7 @@ QString interfaceTable(const QVector<ListedInterface> &interfaces)
                        QStringLiteral("KBIT/S"), QStringLiteral("DATA KBIT/S")}};
     for (const ListedInterface &interface : interfaces)
         rows.append(rowOf(interface));
-    std::array<int, Columns> widths{};
-    for (const Row &row : rows) {
-        for (std::size_t column = 0; column < row.size(); ++column)
-            widths[column] = std::max(widths[column], row[column].size());
-    }
-    QString table;
-    for (const Row &row : rows)
-        table += lineOf(row, widths);
-    return table;
+    return tableOf(rows, {Edge::Left, Edge::Left, Edge::Left, Edge::Right, Edge::Right});
 }
 
 } // namespace buslink

@@ -14,13 +14,6 @@ QString text(A *adapter, A::AdapterOption option)
     return adapter->getCanAdapterOption(option).toString();
 }
 
-// The stored form carries no rate.
-void setBitrate(A *adapter, int bitrate)
-{
-    adapter->setBitrate(static_cast<unsigned short>(bitrate));
-    adapter->setCanAdapterOption(A::option_bitrate, bitrate);
-}
-
 } // namespace
 
 QString typeLabel(int type)
@@ -67,7 +60,7 @@ QString AdapterSet::restore(const QVector<SavedAdapter> &saved)
         if (map.isEmpty() || map.lastKey() <= last)
             return QStringLiteral("adapter %1 cannot be restored").arg(map.size() + 1);
         if (one.bitrate > 0)
-            setBitrate(map.last(), one.bitrate);
+            setBusRate(*map.last(), static_cast<unsigned short>(one.bitrate));
     }
     return {};
 }

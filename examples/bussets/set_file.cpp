@@ -111,8 +111,10 @@ QString saveSet(const QString &path, const QVector<SavedAdapter> &adapters)
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly))
         return file.errorString();
-    file.write(encodeSet(adapters));
-    return file.commit() ? QString() : file.errorString();
+    // The commit replaces the old file even where its own flush of what was written has failed.
+    const QByteArray bytes = encodeSet(adapters);
+    const bool written = file.write(bytes) == bytes.size() && file.flush();
+    return written && file.commit() ? QString() : file.errorString();
 }
 
 } // namespace buslink

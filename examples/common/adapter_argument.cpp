@@ -117,10 +117,7 @@ void createCan4linux(const QString &parameter, const AdapterSettings &settings, 
     if (!takeDevice(parameter, "device, as /dev/can0", result))
         return;
     make(A::CanAdapterTypeCan4linux, parameter, result);
-    const auto bitrate = static_cast<unsigned short>(settings.bitrate.value_or(DefaultBitrate));
-    result.adapter->setBitrate(bitrate);
-    // For whoever asks the adapter for its rate: it does not tell what it was given.
-    result.adapter->setCanAdapterOption(A::option_bitrate, bitrate);
+    setBusRate(*result.adapter, static_cast<unsigned short>(settings.bitrate.value_or(DefaultBitrate)));
 }
 
 void createGateway(const QString &parameter, const AdapterSettings &, AdapterArgument &result)
@@ -140,6 +137,9 @@ void createGateway(const QString &parameter, const AdapterSettings &, AdapterArg
     result.adapter->setCanAdapterOption(A::option_ipAddress, host);
     if (port)
         result.adapter->setCanAdapterOption(A::option_portNumber, *port);
+    // The adapter does without a device name, but a registry tells adapters apart by it.
+    const QString effectivePort = result.adapter->getCanAdapterOption(A::option_portNumber).toString();
+    result.adapter->setCanAdapterOption(A::option_deviceName, host + QLatin1Char(':') + effectivePort);
 }
 
 constexpr std::array adapterKinds = {
@@ -172,6 +172,13 @@ QString uselessSetting(const AdapterKind &kind, const AdapterSettings &settings)
 }
 
 } // namespace
+
+void setBusRate(AbstractCanAdapter &adapter, unsigned short kilobitsPerSecond)
+{
+    adapter.setBitrate(kilobitsPerSecond);
+    // For whoever asks the adapter for its rate: it does not tell what it was given.
+    adapter.setCanAdapterOption(A::option_bitrate, kilobitsPerSecond);
+}
 
 AdapterArgument createAdapter(const QString &argument, const AdapterSettings &settings)
 {

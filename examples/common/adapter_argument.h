@@ -33,6 +33,9 @@ struct AdapterSettings
 /// Creates the adapter that the argument names.
 AdapterArgument createAdapter(const QString &argument, const AdapterSettings &settings = {});
 
+/// Sets the rate of the bus, which the stored form of an adapter does not carry.
+void setBusRate(AbstractCanAdapter &adapter, unsigned short kilobitsPerSecond);
+
 /// The argument for a device as the factory lists it; the form of the argument where the kind has no devices.
 QString adapterArgumentOf(AbstractCanAdapter::CanAdapterType type, const QString &device);
 

@@ -45,7 +45,6 @@ QString EchoCounter::lateText() const
 void EchoCounter::stop()
 {
     mWatch.stop();
-    mStopped = true;
     mLineWatch.stop();
 }
 
@@ -63,7 +62,7 @@ void EchoCounter::tell()
 {
     mNoticed = false;
     Q_EMIT arrived();
-    if (!mStopped && !mLine.isFree())
+    if (mWatch.isActive() && !mLine.isFree())
         mLineWatch.start();
 }
 

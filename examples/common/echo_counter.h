@@ -63,7 +63,6 @@ private:
     std::atomic<qint64> mAccepted = 0;
     std::atomic<qint64> mEchoes = 0;
     std::atomic<bool> mNoticed = false;
-    bool mStopped = false;
     qint64 mAcceptedBefore = 0; // at the check before, as the one below
     qint64 mEchoesBefore = 0;
 };

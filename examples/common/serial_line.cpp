@@ -41,14 +41,18 @@ void SerialLine::frameQueued(const CAN::CanMessage &frame, Clock::time_point now
 
 bool SerialLine::hasRoom(Clock::time_point now) const
 {
+    if (mBitsPerSecond <= 0)
+        return true;
     const std::lock_guard lock(mMutex);
     return mFree <= now + Ahead;
 }
 
 bool SerialLine::isFree(Clock::time_point now) const
 {
+    if (mBitsPerSecond <= 0)
+        return true;
     const std::lock_guard lock(mMutex);
-    return mFree == Clock::time_point::min() || mFree + Margin <= now;
+    return mFree + Margin <= now;
 }
 
 } // namespace buslink

@@ -121,6 +121,14 @@ private Q_SLOTS:
         QCOMPARE(adapter->write(message(1, eight)), CAN::RetError);
         QCOMPARE(adapter->open(), CAN::RetError);
         QCOMPARE(text.text(), QByteArray("SIOCGIFINDEX: No such device\n"));
+
+        // Under its name it is another interface, and the same adapter opens it.
+        QCOMPARE(shell(QStringLiteral("ip link add dev vcan1 type vcan && ip link set vcan1 mtu 72 up")), QString());
+        const FrameRecorder frames(adapter.get());
+        QVERIFY(openAndRun(adapter));
+        QVERIFY(RawCanSocket("vcan1").send(classicBytes(5, 0, {})));
+        QTRY_COMPARE_WITH_TIMEOUT(frames.count(), 1, WaitMs);
+        QCOMPARE(adapter->write(message(1, eight)), CAN::RetOk);
     }
 
     void interfaceThatIsNoneOfCanIsRefused_data()

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "example_programs.h"
 
+#include "support/traced_program.h"
+
+#include <csignal>
+
 namespace {
 
 const QString bussets = QStringLiteral(BUSSETS_PROGRAM);
@@ -131,11 +135,112 @@ private Q_SLOTS:
         QCOMPARE(run({"--adapter", "cia309:gateway:99", "add"}), 0);
     }
 
+    void twoGatewaysMayBeActiveAtOnce()
+    {
+        QCOMPARE(run({"--adapter", "cia309:gateway", "add"}), 0);
+        QCOMPARE(run({"--adapter", "cia309:gateway:99", "add"}), 0);
+        QCOMPARE(run({"active", "1"}), 0);
+        QCOMPARE(run({"active", "2"}), 0);
+        QCOMPARE(mErrors, QByteArray());
+        QCOMPARE(run({"list"}), 0);
+        QCOMPARE(mOutput, QByteArray("   id  role     type            device                description\n"
+                                     "    1  primary  CiA 309-3       gateway:45674         \n"
+                                     "    2  active   CiA 309-3       gateway:99            \n"));
+    }
+
     void fileThatCannotBeWrittenIsReported()
     {
         mPath = mFolder->filePath(QStringLiteral("none/my.bussets"));
         QCOMPARE(run({"--adapter", "virtual", "add"}), 1);
         QVERIFY2(mErrors.startsWith("bussets: " + mPath.toLocal8Bit() + ": "), mErrors.constData());
+    }
+
+    // In a name space of its own, on a file system of two pages of which the old file and a filler take one each.
+    void fullDiskLeavesTheOldFile()
+    {
+        QCOMPARE(run({"--adapter", "virtual:47001", "add"}), 0);
+        const QString script = QStringLiteral("mount -t tmpfs -o size=8k none \"$1\" || exit 90\n"
+                                              "cp \"$2\" \"$1/set\" || exit 91\n"
+                                              "head -c 4096 /dev/zero >\"$1/filler\" || exit 92\n"
+                                              "\"$0\" --file \"$1/set\" --adapter virtual:47002 add\n"
+                                              "status=$?\n"
+                                              "ls -A \"$1\"\n"
+                                              "cmp \"$1/set\" \"$2\" || exit 93\n"
+                                              "exit $status");
+        const QTemporaryDir disk;
+        Program shell(QStringLiteral("unshare"),
+                      {QStringLiteral("--map-root-user"), QStringLiteral("--mount"), QStringLiteral("sh"),
+                       QStringLiteral("-c"), script, bussets, disk.path(), mPath});
+        shell.start();
+        const int status = shell.waitForStatus();
+        if (shell.errors().contains("unshare") || status == 90)
+            QSKIP("a full disk: name spaces are not allowed here");
+        QCOMPARE(shell.errors(),
+                 "bussets: " + disk.filePath(QStringLiteral("set")).toLocal8Bit() + ": No space left on device\n");
+        QCOMPARE(status, 1);
+        QCOMPARE(shell.output(), QByteArray("filler\nset\n"));
+    }
+
+    void limitOfTheFileSizeLeavesTheOldFile_data()
+    {
+        QTest::addColumn<QString>("disposition");
+        QTest::addColumn<int>("status");
+        QTest::newRow("the write fails") << QStringLiteral("trap '' XFSZ; ") << 1;
+        QTest::newRow("the signal ends the program") << QString() << -1;
+    }
+    void limitOfTheFileSizeLeavesTheOldFile()
+    {
+        QFETCH(QString, disposition);
+        QFETCH(int, status);
+        QCOMPARE(run({"--adapter", "virtual:47001", "add"}), 0);
+        const QByteArray before = contentOf(mPath);
+        QVERIFY(before.size() > 1024);
+        // 1024 bytes.
+        Program shell(
+            QStringLiteral("sh"),
+            {QStringLiteral("-c"),
+             disposition + QStringLiteral("ulimit -f 2; exec \"$0\" --file \"$1\" --adapter virtual:47002 add"),
+             bussets, mPath});
+        shell.start();
+        QCOMPARE(shell.waitForStatus(), status);
+        QCOMPARE(contentOf(mPath), before);
+    }
+
+    void signalWhileSavingLeavesOneOfTheTwoSets_data()
+    {
+        QTest::addColumn<int>("signal");
+        QTest::newRow("SIGTERM") << SIGTERM;
+        QTest::newRow("SIGKILL") << SIGKILL;
+    }
+    void signalWhileSavingLeavesOneOfTheTwoSets()
+    {
+        QFETCH(int, signal);
+        // What finds leaks at the end of a program cannot be traced.
+        qputenv("ASAN_OPTIONS", "detect_leaks=0");
+        QCOMPARE(run({"--adapter", "virtual:47001", "add"}), 0);
+        const QByteArray before = contentOf(mPath);
+        QCOMPARE(run({"--adapter", "virtual:47002", "add"}), 0);
+        const QByteArray after = contentOf(mPath);
+        int old = 0;
+        int stop = 0;
+        for (;; ++stop) {
+            QFile file(mPath);
+            QVERIFY(file.open(QIODevice::WriteOnly) && file.write(before) == before.size());
+            file.close();
+            const TracedEnd end = signalWhileSaving(bussets,
+                                                    {QStringLiteral("--file"), mPath, QStringLiteral("--adapter"),
+                                                     QStringLiteral("virtual:47002"), QStringLiteral("add")},
+                                                    stop, signal);
+            const QByteArray content = contentOf(mPath);
+            QVERIFY2(content == before || content == after, qPrintable(QString::number(stop)));
+            if (end == TracedEnd::Finished)
+                break;
+            QCOMPARE(end, TracedEnd::Signalled);
+            old += content == before ? 1 : 0;
+        }
+        QCOMPARE(contentOf(mPath), after);
+        // The replacement lies in between.
+        QVERIFY2(old > 4 && old < stop, qPrintable(QStringLiteral("%1 of %2").arg(old).arg(stop)));
     }
 
 private:

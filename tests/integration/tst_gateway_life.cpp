@@ -100,6 +100,27 @@ private Q_SLOTS:
         QCOMPARE(log.records(), QList<LogRecord>());
     }
 
+    void gatewayThatDiesAndReturnsIsReachedByTheNextOpen()
+    {
+        auto gateway = std::make_unique<LineGateway>();
+        const quint16 port = gateway->serverPort();
+        GatewayClient client(port);
+        QCOMPARE(client.adapter.open(), CAN::RetOk);
+        QTRY_COMPARE_WITH_TIMEOUT(gateway->connectionCount(), 1, WaitMs);
+        gateway.reset();
+        QTRY_COMPARE_WITH_TIMEOUT(client.errors.count(), 1, WaitMs);
+        QVERIFY(!client.adapter.getRunning());
+        QCOMPARE(client.adapter.open(), CAN::RetError);
+        LineGateway returned;
+        returned.close();
+        QVERIFY2(returned.listen(QHostAddress(QHostAddress::LocalHost), port), qPrintable(returned.errorString()));
+        QCOMPARE(client.adapter.open(), CAN::RetOk);
+        QVERIFY(client.adapter.getRunning());
+        QCOMPARE(client.send(QStringLiteral("back")), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(textsOf(client.responses).join(QString()), QStringLiteral("[0] OK\r\n"), WaitMs);
+        QCOMPARE(client.errors.count(), 1);
+    }
+
     void lastWordsOfAGatewayAreDeliveredBeforeTheError()
     {
         LineGateway gateway;

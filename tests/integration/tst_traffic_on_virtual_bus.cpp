@@ -9,6 +9,7 @@
 #include <QtTest/QtTest>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <memory>
 #include <vector>
@@ -43,6 +44,101 @@ QVector<int> bytesZeroOf(const QVector<CAN::CanRxMessage> &frames)
     return bytes;
 }
 
+enum class Part { First, Second, Scheduler, Transmitter };
+
+/// Two adapters on buses of their own that are linked to each other, a scheduler on the first one and a transmitter
+/// for the second. A peer on each bus lives longer than all of them.
+class LinkedParts
+{
+public:
+    LinkedParts(DemoCanAdapter *firstPeer, DemoCanAdapter *secondPeer, quint16 firstPort, quint16 secondPort)
+        : mFirstPeer(firstPeer)
+        , mSecondPeer(secondPeer)
+        , mFirst(makeVirtualAdapter(firstPort, 1))
+        , mSecond(makeVirtualAdapter(secondPort, 2))
+        , mScheduler(std::make_unique<CanScheduler>(mFirst.get()))
+        , mTransmitter(std::make_unique<CanMessageTransmitter>(1))
+    {
+        mFirst->setLinkedAdapter(mSecond.get());
+        mSecond->setLinkedAdapter(mFirst.get());
+        QObject::connect(
+            mScheduler->registerCanId(0x11), receivedFrame, mScheduler.get(), [this] { ++mDispatched; },
+            Qt::DirectConnection);
+        mScheduler->connectToAdapter(true);
+        mTransmitter->setCanAdapter(mSecond.get());
+    }
+
+    /// A stopped adapter, an idle transmitter.
+    void remove(Part part)
+    {
+        switch (part) {
+        case Part::First:
+            mFirst.reset();
+            break;
+        case Part::Second:
+            mSecond.reset();
+            break;
+        case Part::Scheduler:
+            mScheduler.reset();
+            break;
+        case Part::Transmitter:
+            mTransmitter.reset();
+            break;
+        }
+    }
+
+    /// Whether all that is there does what it can without the rest. Adapters are stopped again at the end.
+    bool work()
+    {
+        if ((mFirst && !openOnBus(mFirst.get())) || (mSecond && !openOnBus(mSecond.get())))
+            return false;
+        const bool done = carries(mFirst.get(), mFirstPeer, mSecond ? mSecondPeer : nullptr)
+                          && carries(mSecond.get(), mSecondPeer, mFirst ? mFirstPeer : nullptr) && transmits();
+        for (AbstractCanAdapter *const adapter : {mFirst.get(), mSecond.get()}) {
+            if (!adapter)
+                continue;
+            adapter->closeAdapter();
+            adapter->wait();
+        }
+        return done && mDispatched == mExpected;
+    }
+
+private:
+    /// A frame of the peer reaches the adapter, what listens to it and the peer behind its link.
+    bool carries(DemoCanAdapter *adapter, DemoCanAdapter *peer, DemoCanAdapter *behindTheLink)
+    {
+        if (!adapter)
+            return true;
+        const FrameRecorder frames(adapter);
+        const FrameRecorder forwarded(behindTheLink ? behindTheLink : peer);
+        mExpected += adapter == mFirst.get() && mScheduler ? 1 : 0;
+        peer->write(makeFrame(0x11, "part"));
+        return QTest::qWaitFor([&] { return frames.count() == 1; }, TimeoutMs)
+               && (!behindTheLink || QTest::qWaitFor([&] { return forwarded.count() == 1; }, TimeoutMs));
+    }
+
+    bool transmits()
+    {
+        if (!mTransmitter)
+            return true;
+        const FrameRecorder frames(mSecondPeer);
+        mTransmitter->setTranmissionParameter(makeFrame(0x22, "job"), 1, 2);
+        mTransmitter->startTransmission();
+        // Without an adapter the job ends at once and in silence.
+        return !mSecond
+               || QTest::qWaitFor([&] { return frames.count() == 2 && !mTransmitter->isRunning(); }, TimeoutMs);
+    }
+
+    DemoCanAdapter *mFirstPeer;
+    DemoCanAdapter *mSecondPeer;
+    AdapterPointer<DemoCanAdapter> mFirst;
+    AdapterPointer<DemoCanAdapter> mSecond;
+    std::unique_ptr<CanScheduler> mScheduler;
+    std::unique_ptr<CanMessageTransmitter> mTransmitter;
+    std::atomic<int> mDispatched = 0;
+    int mExpected = 0;
+};
+
 } // namespace
 
 class TestTrafficOnVirtualBus : public QObject
@@ -50,6 +146,27 @@ class TestTrafficOnVirtualBus : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void partsAreDeletedInEveryOrder()
+    {
+        const quint16 firstPort = freeUdpPort();
+        const quint16 secondPort = freeUdpPort();
+        const auto firstPeer = makeVirtualAdapter(firstPort);
+        const auto secondPeer = makeVirtualAdapter(secondPort);
+        QVERIFY(openOnBus(firstPeer.get()) && openOnBus(secondPeer.get()));
+        std::array order{Part::First, Part::Second, Part::Scheduler, Part::Transmitter};
+        int orders = 0;
+        do {
+            LinkedParts parts(firstPeer.get(), secondPeer.get(), firstPort, secondPort);
+            QVERIFY(parts.work());
+            for (const Part part : order) {
+                parts.remove(part);
+                QVERIFY2(parts.work(), qPrintable(QStringLiteral("order %1").arg(orders)));
+            }
+            ++orders;
+        } while (std::next_permutation(order.begin(), order.end()));
+        QCOMPARE(orders, 24);
+    }
+
     void receiversRunOnTheAdaptersThreadAndOnAnother()
     {
         Bus bus;

@@ -7,11 +7,59 @@
 #include <QtNetwork/QUdpSocket>
 #include <QtTest/QtTest>
 
+#include <atomic>
+#include <memory>
+
 namespace {
 
 constexpr int WaitMs = 8000;
 
 using Adapter = AdapterPointer<DemoCanAdapter>;
+
+/// Sends two datagrams for each frame that an adapter delivers, so that there is always one to read.
+class Flood
+{
+public:
+    Flood(AbstractCanAdapter *adapter, quint16 port) : mAdapter(adapter), mPort(port)
+    {
+        QObject::connect(
+            adapter, &AbstractCanAdapter::newCanMessage, adapter, [this] { send(); }, Qt::DirectConnection);
+    }
+    ~Flood()
+    {
+        stop();
+        mAdapter->closeAdapter();
+        mAdapter->wait();
+    }
+    Q_DISABLE_COPY_MOVE(Flood)
+
+    /// Sends the first ones, and waits until it feeds itself.
+    bool start()
+    {
+        QUdpSocket().writeDatagram(mDatagram, mAddress, mPort);
+        return QTest::qWaitFor([this] { return mFrames > 100; }, WaitMs);
+    }
+    void stop() { mStopped = true; }
+
+private:
+    void send()
+    {
+        // Belongs to the adapter's thread, as this function does.
+        if (!mSocket)
+            mSocket = std::make_unique<QUdpSocket>();
+        for (int i = 0; i < 2 && !mStopped; ++i)
+            mSocket->writeDatagram(mDatagram, mAddress, mPort);
+        ++mFrames;
+    }
+
+    const QByteArray mDatagram = bytesOf(makeFrame(1, "flood"));
+    const QHostAddress mAddress{QStringLiteral("127.255.255.255")};
+    AbstractCanAdapter *const mAdapter;
+    const quint16 mPort;
+    std::unique_ptr<QUdpSocket> mSocket;
+    std::atomic<int> mFrames = 0;
+    std::atomic<bool> mStopped = false;
+};
 
 } // namespace
 
@@ -227,6 +275,35 @@ private Q_SLOTS:
         QVERIFY(a->getSkippedOptions().isEmpty());
         const DemoCanAdapter fresh(QStringLiteral("virtual"));
         QCOMPARE(fresh.getCanAdapterOption(AbstractCanAdapter::option_portNumber), QVariant(45674));
+    }
+
+    void closingEndsTheLoopHoweverFastFramesCome()
+    {
+        const Adapter a = makeVirtualAdapter(mPort);
+        Flood flood(a.get(), mPort);
+        QVERIFY(openOnBus(a.get()));
+        QVERIFY(flood.start());
+        a->closeAdapter();
+        const bool ended = a->wait(30000);
+        flood.stop();
+        QVERIFY(ended);
+    }
+
+    void framesGoOutHoweverFastOthersCome()
+    {
+        const Adapter a = makeVirtualAdapter(mPort);
+        a->setEcho(true);
+        std::atomic<int> echoes = 0;
+        connect(
+            a.get(), &AbstractCanAdapter::newCanMessage, a.get(),
+            [&](CAN::CanRxMessage *message) { echoes += message->isTx ? 1 : 0; }, Qt::DirectConnection);
+        Flood flood(a.get(), mPort);
+        QVERIFY(openOnBus(a.get()));
+        QVERIFY(flood.start());
+        a->write(makeFrame(2, "own"));
+        const bool sent = QTest::qWaitFor([&] { return echoes > 0; }, 30000);
+        flood.stop();
+        QVERIFY(sent);
     }
 
     void closeAndReopenAHundredTimesKeepsNoSocket()

@@ -23,11 +23,19 @@ public:
     QString addPort();
 
 private:
+    /// A port with the bytes for it that it has not taken yet.
+    struct Port
+    {
+        std::unique_ptr<MockSerialPort> port;
+        QByteArray waiting;
+    };
+
     void run();
     void copyFrom(std::size_t port);
+    static void giveWhatWaits(Port &port);
 
     QMutex mMutex;
-    std::vector<std::unique_ptr<MockSerialPort>> mPorts;
+    std::vector<Port> mPorts;
     std::atomic<bool> mStop = false;
     std::thread mThread;
 };

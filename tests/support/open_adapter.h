@@ -43,6 +43,7 @@ inline bool openOnBus(DemoCanAdapter *adapter, int timeoutMs = 20000)
     const auto port =
         static_cast<quint16>(adapter->getCanAdapterOption(AbstractCanAdapter::option_portNumber).toUInt());
     const int before = udpSocketsOnPort(port);
-    adapter->open();
+    if (adapter->open() != CAN::RetOk)
+        return false;
     return QTest::qWaitFor([&] { return udpSocketsOnPort(port) > before; }, timeoutMs);
 }

@@ -7,6 +7,20 @@
 namespace {
 const QString Command = QStringLiteral("über");
 const QByteArray CommandBytes = QByteArray::fromHex("c3bc6265720d");
+
+// Holds the loop between the answer to a command and its look at the flag, so that it comes too late to flush.
+bool holdAtTheAnswer(UsbLine &line)
+{
+    LiveUsbAdapter *const adapter = line.adapter.get();
+    return QObject::connect(
+        adapter->mPort, &QIODevice::readyRead, adapter,
+        [adapter] {
+            while (adapter->getRunning())
+                QThread::usleep(100);
+        },
+        Qt::DirectConnection);
+}
+
 } // namespace
 
 class TestUsbTextCommands : public QObject
@@ -32,15 +46,7 @@ private Q_SLOTS:
         UsbLine line;
         QVERIFY(line.open());
         line.device.setAnswer("\r");
-        // Holds the loop between the answer and its look at the flag, so that it comes too late to flush.
-        const bool connected = connect(
-            line.adapter->mPort, &QIODevice::readyRead, line.adapter.get(),
-            [&line] {
-                while (line.adapter->getRunning())
-                    QThread::usleep(100);
-            },
-            Qt::DirectConnection);
-        QVERIFY(connected);
+        QVERIFY(holdAtTheAnswer(line));
         QCOMPARE(line.adapter->write(Command), CAN::RetOk);
         QVERIFY(line.adapter->wait(WaitMs));
         QCOMPARE(line.adapter->mTransmitBuffer, CommandBytes);
@@ -83,9 +89,11 @@ private Q_SLOTS:
         UsbLine line;
         QVERIFY(line.open());
         line.device.setAnswer("\r");
+        QVERIFY(holdAtTheAnswer(line));
         const LogRecorder log;
         QCOMPARE(line.adapter->write(QString()), CAN::RetOk);
         QVERIFY(line.adapter->wait(WaitMs));
+        QCOMPARE(line.adapter->mTransmitBuffer, QByteArray("\r"));
         QCOMPARE(log.texts(), QStringList{QStringLiteral("readResponse \"\\r\"")});
     }
 

@@ -154,6 +154,10 @@ private Q_SLOTS:
         QCOMPARE(result.error, QString());
         QCOMPARE(result.name, std::string("can3"));
         QVERIFY(qobject_cast<Can4linuxCanAdapter *>(result.adapter.get()));
+        QCOMPARE(result.adapter->getCanAdapterOption(AbstractCanAdapter::option_canBitrateDesc)
+                     .value<CAN::CANBitrateDesc>()
+                     .bitrate,
+                 250);
     }
 
     void gatewaysAreCreatedAndCarryNoFrames()

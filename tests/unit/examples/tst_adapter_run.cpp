@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "common/adapter_run.h"
+#include "fake_serial_adapter.h"
 #include "support/fake_adapter.h"
 
 #include <QtTest/QtTest>
@@ -85,6 +86,32 @@ private Q_SLOTS:
         QCOMPARE(run.problem(), QStringLiteral("the transport of the adapter failed"));
         QCOMPARE(failures, 0);
         QTRY_COMPARE(failures, 1);
+    }
+
+    void loopThatEndsSilentlyCountsAsAFailure()
+    {
+        std::atomic<int> ended = 0;
+        auto adapter = std::make_unique<SlowAdapter>(CAN::RetOk, true, &ended);
+        SlowAdapter *const opened = adapter.get();
+        AdapterRun run(std::move(adapter));
+        int failures = 0;
+        connect(&run, &AdapterRun::failed, this, [&failures] { ++failures; });
+        QCOMPARE(run.start(), CAN::RetOk);
+        opened->closeAdapter();
+        QTRY_COMPARE(failures, 1);
+        QCOMPARE(run.problem(), QStringLiteral("the transport of the adapter failed"));
+    }
+
+    void failedSerialPortCountsAsAFailure()
+    {
+        auto adapter = std::make_unique<FakeSerialAdapter>(115200);
+        FakeSerialAdapter *const port = adapter.get();
+        AdapterRun run(std::move(adapter));
+        int failures = 0;
+        connect(&run, &AdapterRun::failed, this, [&failures] { ++failures; });
+        Q_EMIT port->serialPortError();
+        QTRY_COMPARE(failures, 1);
+        QCOMPARE(run.problem(), QStringLiteral("the transport of the adapter failed"));
     }
 };
 

@@ -196,6 +196,41 @@ private Q_SLOTS:
         QCOMPARE(bench.printer.lostFrames(), qint64(3));
     }
 
+    void answersOfAGatewayArePrintedAsTheyCome()
+    {
+        Bench bench;
+        bench.printer.setGateway(&bench.adapter);
+        Q_EMIT bench.adapter.newCiA309Response(QStringLiteral("[1] \u00B5s\n"));
+        Q_EMIT bench.adapter.newCiA309Response(QStringLiteral("[2] OK\n"));
+        QTRY_COMPARE(bench.output(), QByteArray("[1] \xC2\xB5s\n[2] OK\n"));
+    }
+
+    void emptyAnswerHoldsNoFrameBack()
+    {
+        Bench bench;
+        bench.printer.setGateway(&bench.adapter);
+        bench.receive(0x100, 0x101);
+        QCoreApplication::sendPostedEvents(&bench.printer); // The printer is about to write.
+        Q_EMIT bench.adapter.newCiA309Response(QString());
+        QTRY_COMPARE(bench.output(), lineOf(0x100));
+    }
+
+    void answersBeyondAMebibyteAreLostAndCounted()
+    {
+        Bench bench;
+        bench.printer.setGateway(&bench.adapter);
+        const QString most(1 << 20, QLatin1Char('a'));
+        Q_EMIT bench.adapter.newCiA309Response(most);
+        QCOMPARE(bench.printer.lostFrames(), qint64(0));
+        Q_EMIT bench.adapter.newCiA309Response(QStringLiteral("b"));
+        Q_EMIT bench.adapter.newCiA309Response(QStringLiteral("c"));
+        QCOMPARE(bench.printer.lostFrames(), qint64(2));
+        QTRY_COMPARE(bench.output().size(), most.size());
+        Q_EMIT bench.adapter.newCiA309Response(QStringLiteral("d"));
+        QTRY_COMPARE(bench.output(), most.toLatin1() + 'd');
+        QCOMPARE(bench.printer.lostFrames(), qint64(2));
+    }
+
     void flushWritesEverythingThatWaits()
     {
         Bench bench;

@@ -6,6 +6,7 @@
 #include <BusLinkDesk/backends/virtual/demo_can_adapter.h>
 #include <BusLinkDesk/factory/can_adapter_factory.h>
 
+#include "backends/socketcan/fake_ip.h"
 #include "support/bitrate_records.h"
 
 #include <QtTest/QtTest>
@@ -37,14 +38,6 @@ QStringList offered()
     const auto pairs = Factory::getImplementedAdapters();
     for (const auto &[label, type] : pairs)
         rows.append(QStringLiteral("%1 %2").arg(label).arg(int(type)));
-    return rows;
-}
-
-QStringList ratesOf(const QList<CAN::CANBitrateDesc> &rates)
-{
-    QStringList rows;
-    std::transform(rates.begin(), rates.end(), std::back_inserter(rows),
-                   [](const CAN::CANBitrateDesc &rate) { return described(rate); });
     return rows;
 }
 
@@ -156,28 +149,37 @@ private Q_SLOTS:
         QVERIFY(Factory::getAdvInterfaceList(Type(4)).isEmpty());
         QVERIFY(Factory::getAdvInterfaceList(Type(1)).isEmpty());
         QCOMPARE(Factory::getAdvInterfaceList(Type(6)).size(), 1);
-        QCOMPARE(ratesOf(Factory::getSupportedBitrates(Type(4), false)),
-                 ratesOf(Can4linuxCanAdapter::getSupportedBitrates(false)));
+        QCOMPARE(rowsOf(Factory::getSupportedBitrates(Type(4), false)),
+                 rowsOf(Can4linuxCanAdapter::getSupportedBitrates(false)));
         QVERIFY(Factory::isBaudrateChangeable(Type(4)));
         QVERIFY(Factory::isInterfaceFd(Type(1), QString()));
     }
 
     void filterOfAllowedTypesReachesTheInterfaceList()
     {
-        // Without the maker's types nothing passes, and there are no usual names then either.
+        const FakeIp ip(
+            {{QStringLiteral("-det -p link"), QStringLiteral("1: can0: <>\n link/can\n2: can1: <>\n link/can\n")},
+             {QStringLiteral("-d link show can0"), QStringLiteral("pcan_usb: tseg1")}});
+        using Devices = QMap<QString, unsigned int>;
+        QCOMPARE(Factory::getAdvInterfaceList(Type(1)),
+                 (Devices{{QStringLiteral("can0 | PEAK"), 0x80000000U}, {QStringLiteral("can1"), 0x80000000U}}));
         Factory::addAllowedAdapters(Type(1));
+        Factory::addAllowedAdapters(Type(16));
+        QCOMPARE(Factory::getAdvInterfaceList(Type(1)), (Devices{{QStringLiteral("can0 | PEAK"), 0x80000000U}}));
+        // Without the maker's types nothing passes, and there are no usual names then either.
+        Factory::allowedAdapters = {Type(1)};
         QVERIFY(Factory::getAdvInterfaceList(Type(1)).isEmpty());
     }
 
     void ratesByType()
     {
         for (const bool shortList : {false, true}) {
-            const QStringList base = ratesOf(AbstractCanAdapter::getSupportedBitrates(shortList));
-            const QStringList driver = ratesOf(Can4linuxCanAdapter::getSupportedBitrates(shortList));
+            const QStringList base = rowsOf(AbstractCanAdapter::getSupportedBitrates(shortList));
+            const QStringList driver = rowsOf(Can4linuxCanAdapter::getSupportedBitrates(shortList));
             QVERIFY(base != driver && !base.isEmpty() && !driver.isEmpty());
             for (const int type : askedTypes) {
                 const QStringList expected = type == 1 || type == 20 ? base : type == 4 ? driver : QStringList();
-                QCOMPARE(ratesOf(Factory::getSupportedBitrates(Type(type), shortList)), expected);
+                QCOMPARE(rowsOf(Factory::getSupportedBitrates(Type(type), shortList)), expected);
             }
         }
     }
@@ -208,12 +210,16 @@ private Q_SLOTS:
 
     void interfaceQueriesArePassedThrough()
     {
-        const QString name = QStringLiteral("nocan9");
+        const QString name = QStringLiteral("can0 | PEAK");
+        const FakeIp ip({{QStringLiteral("-det link show can0"),
+                          QStringLiteral("restart-ms 100 \n bitrate 500000 sample-point 0.875\n"
+                                         " dbitrate 2000000 dsample-point 0.75\n")}});
         const auto got = Factory::getSocketCanProps(name);
-        const auto expected = SocketCanAdapter::getSocketCanProps(name);
-        QCOMPARE(QList<int>({got.isFd, got.bitrate, got.dbitrate, got.restartMs}),
-                 QList<int>({expected.isFd, expected.bitrate, expected.dbitrate, expected.restartMs}));
-        QCOMPARE(Factory::getSocketCanBitrate(name), SocketCanAdapter::getBitrateOfDevice(name));
+        QCOMPARE(got.isFd, true);
+        QCOMPARE(got.bitrate, quint16(500));
+        QCOMPARE(got.dbitrate, quint16(2000));
+        QCOMPARE(got.restartMs, quint16(100));
+        QCOMPARE(Factory::getSocketCanBitrate(name), QStringLiteral("500"));
     }
 
     void constructorIsThereForThoseWhoWantAnObject()

@@ -12,6 +12,14 @@
 
 using buslink::relaxedLoad;
 
+namespace {
+
+// More than the socket's buffer has room for, so that a pass takes all that was there when it began. Whoever
+// sends faster than receivers take must not keep the loop from its flag and from its own frames.
+constexpr int DatagramsInPass = 32768;
+
+} // namespace
+
 DemoCanAdapter::DemoCanAdapter(QString device, QObject *parent)
     : AbstractCanAdapter(parent), mDeviceName(std::move(device))
 {
@@ -193,7 +201,8 @@ void DemoCanAdapter::readPendingDatagrams()
 
     buslink::VirtualDatagram datagram = buslink::emptyVirtualDatagram();
     quint16 senderPort = 0;
-    while (buslink::receiveDatagram(mRxSocket->socketDescriptor(), datagram, senderPort)) {
+    for (int left = DatagramsInPass;
+         left > 0 && buslink::receiveDatagram(mRxSocket->socketDescriptor(), datagram, senderPort); --left) {
         // Every adapter sends from a port of its own, so this is our own frame coming back.
         if (senderPort != mTxSocket->localPort()) {
             CAN::CanRxMessage received;

@@ -3,6 +3,7 @@
 #include <BusLinkDesk/backends/socketcan/ip_program_p.h>
 #include <BusLinkDesk/backends/socketcan/socket_can_adapter.h>
 
+#include "backends/socketcan/fake_ip.h"
 #include "support/log_recorder.h"
 #include "support/repeated.h"
 #include "support/stderr_recorder.h"
@@ -17,10 +18,6 @@
 namespace {
 
 using Types = QList<AbstractCanAdapter::CanAdapterType>;
-
-/// What the stand-in for the program prints, by its arguments; null leaves the calls to the program.
-QMap<QString, QString> *answers = nullptr;
-QStringList asked;
 
 constexpr int WaitMs = 60000;
 
@@ -41,42 +38,20 @@ const QString canLink = QStringLiteral("3: can0: <NOARP,ECHO> mtu 16 ...\n    li
 
 } // namespace
 
-// The linker sends the library's calls here.
-// NOLINTBEGIN(bugprone-reserved-identifier)
-QString realOutputOfIp(const QStringList &arguments) __asm__("__real__ZN7buslink10outputOfIpERK11QStringList");
-QString wrappedOutputOfIp(const QStringList &arguments) __asm__("__wrap__ZN7buslink10outputOfIpERK11QStringList");
-// NOLINTEND(bugprone-reserved-identifier)
-
-QString wrappedOutputOfIp(const QStringList &arguments)
-{
-    if (!answers)
-        return realOutputOfIp(arguments);
-    asked.append(arguments.join(QLatin1Char(' ')));
-    return answers->value(asked.constLast());
-}
-
 class TestSocketCanDiscovery : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void cleanup()
-    {
-        answers = nullptr;
-        asked.clear();
-    }
-
     void listIsMadeOfTheListingAndTheDetailsOfEachLink()
     {
-        QMap<QString, QString> texts{
-            {listArguments, canLink + QStringLiteral("4: can1: <>\n link/can\n5: can2: <>\n link/can\n")},
-            {QStringLiteral("-d link show can1"), QStringLiteral("pcan_usb: tseg1")},
-            {QStringLiteral("-d link show can2"), QStringLiteral("systec and pcan")}};
-        answers = &texts;
+        const FakeIp ip({{listArguments, canLink + QStringLiteral("4: can1: <>\n link/can\n5: can2: <>\n link/can\n")},
+                         {QStringLiteral("-d link show can1"), QStringLiteral("pcan_usb: tseg1")},
+                         {QStringLiteral("-d link show can2"), QStringLiteral("systec and pcan")}});
         QCOMPARE(SocketCanAdapter::getDeviceList({}),
                  (QStringList{QStringLiteral("can0"), QStringLiteral("can1 | PEAK"), QStringLiteral("can2 | SysTec")}));
-        QCOMPARE(asked, (QStringList{listArguments, QStringLiteral("-d link show can0"),
-                                     QStringLiteral("-d link show can1"), QStringLiteral("-d link show can2")}));
+        QCOMPARE(ip.asked(), (QStringList{listArguments, QStringLiteral("-d link show can0"),
+                                          QStringLiteral("-d link show can1"), QStringLiteral("-d link show can2")}));
         QCOMPARE(SocketCanAdapter::getDeviceList({AbstractCanAdapter::CanAdapterType(16)}),
                  QStringList{QStringLiteral("can1 | PEAK")});
         QCOMPARE(SocketCanAdapter::getDeviceList({AbstractCanAdapter::CanAdapterTypeSocketCan}), QStringList());
@@ -84,20 +59,18 @@ private Q_SLOTS:
 
     void silentProgramGivesTheUsualNamesUnlessAFilterIsSet()
     {
-        QMap<QString, QString> texts;
-        answers = &texts;
+        const FakeIp ip({});
         QCOMPARE(SocketCanAdapter::getDeviceList({}).join(QLatin1Char(' ')),
                  QStringLiteral("can0 can1 can2 vcan0 vcan1 vcan2"));
         QCOMPARE(SocketCanAdapter::getDeviceList({AbstractCanAdapter::CanAdapterType(7)}), QStringList());
-        QCOMPARE(asked, (QStringList{listArguments, listArguments}));
+        QCOMPARE(ip.asked(), (QStringList{listArguments, listArguments}));
     }
 
     void propertiesAreThoseOfTheInterfaceBeforeTheLabel()
     {
-        QMap<QString, QString> texts{{QStringLiteral("-det link show can0"),
-                                      QStringLiteral("restart-ms 100 \n bitrate 500000 sample-point 0.875\n"
-                                                     " dbitrate 2000000 dsample-point 0.75\n")}};
-        answers = &texts;
+        const FakeIp ip({{QStringLiteral("-det link show can0"),
+                          QStringLiteral("restart-ms 100 \n bitrate 500000 sample-point 0.875\n"
+                                         " dbitrate 2000000 dsample-point 0.75\n")}});
         const AbstractCanAdapter::SocketCANProps props =
             SocketCanAdapter::getSocketCanProps(QStringLiteral(" can0 | PEAK"));
         QCOMPARE(props.isFd, true);
@@ -105,13 +78,13 @@ private Q_SLOTS:
         QCOMPARE(props.dbitrate, quint16(2000));
         QCOMPARE(props.restartMs, quint16(100));
         QCOMPARE(SocketCanAdapter::getBitrateOfDevice(QStringLiteral("can0 | PEAK")), QStringLiteral("500"));
-        QCOMPARE(asked, (QStringList{QStringLiteral("-det link show can0"), QStringLiteral("-det link show can0")}));
+        QCOMPARE(ip.asked(),
+                 (QStringList{QStringLiteral("-det link show can0"), QStringLiteral("-det link show can0")}));
     }
 
     void interfaceWithoutRatesHasNone()
     {
-        QMap<QString, QString> texts{{QStringLiteral("-det link show vcan0"), QStringLiteral("mtu 16 link/can vcan")}};
-        answers = &texts;
+        const FakeIp ip({{QStringLiteral("-det link show vcan0"), QStringLiteral("mtu 16 link/can vcan")}});
         const auto props = SocketCanAdapter::getSocketCanProps(QStringLiteral("vcan0"));
         QCOMPARE(props.isFd, false);
         QCOMPARE(props.bitrate, quint16(0));
