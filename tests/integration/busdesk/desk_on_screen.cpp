@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr int PatienceMs = 60000;
+constexpr int PatienceMs = 20000;
 
 QStringList words(const char *text)
 {
@@ -59,14 +59,28 @@ QByteArray DeskOnScreen::run(const char *tool, const QStringList &arguments)
     return status == 0 ? program.output() : QByteArray();
 }
 
+QString DeskOnScreen::windowOf(const QString &title)
+{
+    Program search(QStringLiteral("xdotool"), words("search --onlyvisible --name") << title);
+    putOn(search.process(), mDisplay);
+    search.start();
+    search.waitForStatus(); // 1 if there is none
+    return QString::fromLatin1(search.output().trimmed().split('\n').last());
+}
+
 // There is nobody who manages windows, so a new one has the keyboard when it is given it.
 bool DeskOnScreen::lookFor(const QString &title)
 {
-    const QByteArray window = run("xdotool", words("search --sync --onlyvisible --name") << title).trimmed();
-    if (window.isEmpty())
+    QString window;
+    if (!QTest::qWaitFor([&] { return !(window = windowOf(title)).isEmpty(); }, PatienceMs))
         return false;
-    run("xdotool", words("windowfocus --sync") << QString::fromLatin1(window.split('\n').last()));
+    run("xdotool", words("windowfocus --sync") << window);
     return true;
+}
+
+bool DeskOnScreen::waitUntilGone(const QString &title)
+{
+    return QTest::qWaitFor([&] { return windowOf(title).isEmpty(); }, PatienceMs);
 }
 
 void DeskOnScreen::press(const QStringList &keys)

@@ -156,6 +156,28 @@ private Q_SLOTS:
         QCOMPARE(udpSocketsOnPort(mPort), 0);
     }
 
+    void helpAndVersionNeedNoScreen_data()
+    {
+        QTest::addColumn<QString>("argument");
+        QTest::addColumn<QByteArray>("beginning");
+        QTest::newRow("help") << QStringLiteral("--help") << QByteArray("Usage: ");
+        QTest::newRow("version") << QStringLiteral("--version") << QByteArray("busdesk ");
+    }
+
+    void helpAndVersionNeedNoScreen()
+    {
+        QFETCH(QString, argument);
+        QFETCH(QByteArray, beginning);
+        Program desk(QStringLiteral(BUSDESK_PROGRAM), {argument});
+        QProcessEnvironment environment = desk.process().processEnvironment();
+        environment.insert(QStringLiteral("DISPLAY"), QStringLiteral(":nowhere"));
+        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+        desk.process().setProcessEnvironment(environment);
+        desk.start();
+        QCOMPARE(desk.waitForStatus(), 0);
+        QVERIFY(desk.output().startsWith(beginning));
+    }
+
 private:
     static QString bus(quint16 port) { return QStringLiteral("virtual:%1").arg(port); }
 
@@ -192,7 +214,9 @@ private:
         mDesk->press({QStringLiteral("Return")});
         if (!QTest::qWaitFor([&path] { return QFile::exists(path); }, PatienceMs))
             return {};
-        mDesk->lookFor(QStringLiteral("Bus desk"));
+        // The dialog is in the way until it is gone.
+        if (!mDesk->waitUntilGone(QStringLiteral("Save the trace")) || !mDesk->lookFor(QStringLiteral("Bus desk")))
+            return {};
         return contentOf(path);
     }
 
