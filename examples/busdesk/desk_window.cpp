@@ -16,8 +16,11 @@
 #include <QtGui/QGuiApplication>
 #include <QtGui/QScreen>
 #include <QtWidgets/QLabel>
+#include <QtWidgets/QPushButton>
+#include <QtWidgets/QShortcut>
 #include <QtWidgets/QSplitter>
 #include <QtWidgets/QStatusBar>
+#include <QtWidgets/QTabBar>
 #include <QtWidgets/QTabWidget>
 
 namespace buslink {
@@ -51,6 +54,11 @@ DeskWindow::DeskWindow()
     addPages();
     setCentralWidget(halves);
     statusBar()->addWidget(mLamp);
+    // Some styles leave long texts no room beside them.
+    const auto buttons = findChildren<QPushButton *>();
+    for (QPushButton *button : buttons)
+        button->setMinimumWidth(button->fontMetrics().horizontalAdvance(button->text()) + 24);
+    connect(new QShortcut(QKeySequence::Quit, this), &QShortcut::activated, this, &QWidget::close);
     connect(&mDesk, &AdapterDesk::statusChanged, this, &DeskWindow::showStatus);
     showStatus();
     connect(&mFetch, &QTimer::timeout, this, &DeskWindow::fetchFrames);
@@ -65,10 +73,30 @@ void DeskWindow::addPages()
     mPages->addTab(mSendPanel, tr("Se&nd"));
     mPages->addTab(mReplayPanel, tr("Repla&y"));
     mPages->addTab(new BitTimingPage, tr("&Bit timing"));
+    connect(mPages, &QTabWidget::currentChanged, this, &DeskWindow::focusPage);
     connect(mTracePanel, &TracePanel::told, mAdapterPanel, &AdapterPanel::tell);
     connect(mSendPanel, &SendPanel::told, mAdapterPanel, &AdapterPanel::tell);
     connect(mReplayPanel, &ReplayPanel::told, mAdapterPanel, &AdapterPanel::tell);
     connect(mReplayPanel, &ReplayPanel::framesWanted, mTracePanel, &TracePanel::append);
+}
+
+// A page that was chosen by its key is worked on by the keyboard.
+void DeskWindow::focusPage()
+{
+    QWidget *const page = mPages->currentWidget();
+    if (mPages->tabBar()->hasFocus())
+        return;
+    if (page->focusProxy()) {
+        page->setFocus(Qt::ShortcutFocusReason);
+        return;
+    }
+    for (QWidget *one = page->nextInFocusChain(); one != page && page->isAncestorOf(one);
+         one = one->nextInFocusChain()) {
+        if ((one->focusPolicy() & Qt::TabFocus) != 0 && one->isVisibleTo(page) && one->isEnabled()) {
+            one->setFocus(Qt::ShortcutFocusReason);
+            return;
+        }
+    }
 }
 
 // Every identifier above, every frame below.
@@ -80,7 +108,7 @@ QWidget *DeskWindow::traffic()
     parts->addWidget(mTracePanel);
     parts->setStretchFactor(0, 2);
     parts->setStretchFactor(1, 3);
-    parts->setChildrenCollapsible(true);
+    parts->setContentsMargins(9, 9, 9, 0);
     mIdentifiers->setParent(table);
     table->setModel(mIdentifiers);
     table->setItemDelegateForColumn(IdentifierModel::Payload, new PayloadDelegate(table));
@@ -112,20 +140,26 @@ void DeskWindow::showStatus()
 {
     int open = 0;
     QString trouble;
-    bool passive = false;
+    QString warning;
     const QList<AbstractCanAdapter *> adapters = mDesk.adapters();
     for (AbstractCanAdapter *adapter : adapters) {
         const AdapterStatus status = mDesk.status(adapter);
         open += status.open ? 1 : 0;
+        const QString text = tr("adapter %1: %2").arg(adapter->getId()).arg(statusText(status));
         if (trouble.isEmpty() && (!status.problem.isEmpty() || status.busState == CAN::CanStateBusOff))
-            trouble = tr("adapter %1: %2").arg(adapter->getId()).arg(statusText(status));
-        passive = passive || status.busState == CAN::CanStateErrorPassive;
+            trouble = text;
+        else if (warning.isEmpty() && status.busState == CAN::CanStateErrorPassive)
+            warning = text;
     }
     const QString count = tr("%1 of %2 adapters open").arg(open).arg(adapters.size());
-    const char *const color = !trouble.isEmpty() ? "#c62828" : passive ? "#b26a00" : open > 0 ? "#2e7d32" : "#757575";
+    const char *const color = !trouble.isEmpty()   ? "#c62828"
+                              : !warning.isEmpty() ? "#b26a00"
+                              : open > 0           ? "#2e7d32"
+                                                   : "#757575";
     mLamp->setStyleSheet(
         QStringLiteral("padding: 2px 8px; border-radius: 3px; color: white; background: %1").arg(QLatin1String(color)));
-    mLamp->setText(trouble.isEmpty() ? count : count + QStringLiteral(" \u2013 ") + trouble);
+    const QString worst = trouble.isEmpty() ? warning : trouble;
+    mLamp->setText(worst.isEmpty() ? count : count + QStringLiteral(" \u2013 ") + worst);
 }
 
 } // namespace buslink

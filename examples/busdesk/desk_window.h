@@ -38,6 +38,7 @@ public:
 private:
     void addPages();
     QWidget *traffic();
+    void focusPage();
     void fetchFrames();
     void showStatus();
 

@@ -26,25 +26,27 @@ LoadPanel::LoadPanel(AdapterDesk *desk)
 {
     auto *const layout = new QVBoxLayout(this);
     auto *const rates = new QHBoxLayout;
-    auto *const label = new QLabel(tr("Reckoned at (&kbit/s)"));
+    auto *const label = new QLabel(tr("Load at (&kbit/s)"));
     layout->addWidget(mFrames, 1);
     layout->addWidget(mLoad, 1);
     layout->addLayout(rates);
     rates->addWidget(label);
     mNominal =
-        addRate(rates, "loadNominal",
+        addRate(rates, "loadNominal", tr("nominal "),
                 tr("Nominal rate in kbit/s, for the load of buses whose adapter was not told one"), BusRates().nominal);
-    mData = addRate(rates, "loadData", tr("Rate of the data phase of CAN FD in kbit/s"), BusRates().data);
+    mData = addRate(rates, "loadData", tr("data "), tr("Rate of the data phase of CAN FD in kbit/s"), BusRates().data);
     rates->addStretch();
     label->setBuddy(mNominal);
     mClock.start();
     showLoad();
 }
 
-QSpinBox *LoadPanel::addRate(QLayout *row, const char *name, const QString &toolTip, quint32 rate)
+QSpinBox *LoadPanel::addRate(QLayout *row, const char *name, const QString &prefix, const QString &toolTip,
+                             quint32 rate)
 {
     auto *const box = named<QSpinBox>(name, toolTip);
     box->setRange(1, 20000);
+    box->setPrefix(prefix);
     box->setValue(static_cast<int>(rate));
     row->addWidget(box);
     return box;

@@ -28,7 +28,7 @@ public:
 
 private:
     BusRates ratesOf(quint16 adapterId) const;
-    QSpinBox *addRate(QLayout *row, const char *name, const QString &toolTip, quint32 rate);
+    QSpinBox *addRate(QLayout *row, const char *name, const QString &prefix, const QString &toolTip, quint32 rate);
 
     AdapterDesk *mDesk;
     QElapsedTimer mClock;

@@ -7,6 +7,10 @@
 #include <QtCore/QCommandLineParser>
 #include <QtWidgets/QApplication>
 
+#include <algorithm>
+#include <memory>
+#include <string_view>
+
 namespace {
 
 constexpr const char *description = R"(A desk to look at CAN buses: adapters, frames and what is sent.
@@ -17,12 +21,22 @@ Exit status:
   0       the window was closed
   2       wrong arguments)";
 
+// Help and version are told where there is no screen as well.
+bool needsScreen(int argc, char **argv)
+{
+    return std::none_of(argv + 1, argv + argc, [](const char *argument) {
+        const std::string_view text(argument);
+        return text == "-h" || text == "--help" || text == "-v" || text == "--version";
+    });
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
     buslink::prepareProcess();
-    QApplication app(argc, argv);
+    const std::unique_ptr<QCoreApplication> app(needsScreen(argc, argv) ? new QApplication(argc, argv)
+                                                                        : new QCoreApplication(argc, argv));
     buslink::nameApplication(QStringLiteral("busdesk"));
     QCommandLineParser parser;
     parser.setApplicationDescription(QString::fromLatin1(description));

@@ -75,7 +75,7 @@ QPointF SecondsPlot::place(int age, double value) const
 
 QSize SecondsPlot::sizeHint() const
 {
-    return {400, 120};
+    return {400, 105};
 }
 
 QSize SecondsPlot::minimumSizeHint() const

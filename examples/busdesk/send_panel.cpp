@@ -149,11 +149,12 @@ SendPanel::SendPanel(AdapterDesk *desk) : mDesk(desk), mRows(new QVBoxLayout)
     auto *const scroll = new QScrollArea;
     auto *const inside = new QWidget;
     auto *const insideLayout = new QVBoxLayout(inside);
-    insideLayout->addLayout(mRows);
     insideLayout->addWidget(add, 0, Qt::AlignLeft);
+    insideLayout->addLayout(mRows);
     insideLayout->addStretch();
     scroll->setWidget(inside);
     scroll->setWidgetResizable(true);
+    scroll->setFocusPolicy(Qt::NoFocus);
     scroll->setFrameShape(QFrame::NoFrame);
     scroll->viewport()->setAutoFillBackground(false);
     inside->setAutoFillBackground(false);
@@ -168,6 +169,8 @@ void SendPanel::addRow()
     auto *const row = new SendRow(mDesk);
     row->setObjectName(QStringLiteral("sendRow"));
     mRows->addWidget(row);
+    if (!focusProxy())
+        setFocusProxy(row->findChild<QLineEdit *>());
     connect(row, &SendRow::told, this, &SendPanel::told);
     connect(row, &SendRow::removed, row, &QObject::deleteLater);
 }

@@ -41,6 +41,7 @@ TracePanel::TracePanel(AdapterDesk *desk)
     auto *const layout = new QVBoxLayout(this);
     layout->addLayout(new QHBoxLayout);
     layout->addWidget(mTable, 1);
+    layout->setContentsMargins(0, 0, 0, 9);
     addControls();
     auto *const copy = new QShortcut(QKeySequence::Copy, this);
     copy->setContext(Qt::WidgetWithChildrenShortcut);

@@ -3,6 +3,7 @@
 #include "busdesk/desk_window.h"
 #include "busdesk/frame_inbox.h"
 #include "desk_user.h"
+#include "support/fake_adapter.h"
 #include "support/frame_recorder.h"
 #include "support/free_port.h"
 
@@ -11,6 +12,7 @@
 #include <QtWidgets/QLabel>
 #include <QtWidgets/QLineEdit>
 #include <QtWidgets/QSpinBox>
+#include <QtWidgets/QTabWidget>
 #include <QtWidgets/QTableView>
 
 #include <memory>
@@ -259,6 +261,85 @@ private Q_SLOTS:
         QCOMPARE(mTable->model()->rowCount(), 0);
         QCOMPARE(udpSocketsOnPort(mPort), 0);
         QCOMPARE(part<QLabel>(*mWindow, "lamp")->text(), QStringLiteral("0 of 0 adapters open"));
+    }
+
+    void busStatesAreSeenInTheTableAndTheLamp_data()
+    {
+        QTest::addColumn<CAN::CanState>("state");
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QColor>("color");
+        QTest::newRow("warning") << CAN::CanStateErrorPassive << QStringLiteral("open, error passive")
+                                 << QColor(0xB2, 0x6A, 0x00);
+        QTest::newRow("trouble") << CAN::CanStateBusOff << QStringLiteral("open, bus off") << QColor(0xC6, 0x28, 0x28);
+    }
+
+    void busStatesAreSeenInTheTableAndTheLamp()
+    {
+        QFETCH(CAN::CanState, state);
+        QFETCH(QString, text);
+        QFETCH(QColor, color);
+        auto adapter = std::make_unique<FakeAdapter>();
+        FakeAdapter *const bus = adapter.get();
+        QCOMPARE(mWindow->desk().add({std::move(adapter), {}, {}}, QString()), QString());
+        click(*mWindow, "connect");
+        Q_EMIT bus->newCanState(state);
+        QTRY_COMPARE_WITH_TIMEOUT(states(), QStringList{text}, PatienceMs);
+        QCOMPARE(mTable->model()->index(0, 7).data(Qt::ForegroundRole).value<QColor>(), color);
+        const auto *const lamp = part<QLabel>(*mWindow, "lamp");
+        QCOMPARE(lamp->text(), QStringLiteral("1 of 1 adapters open \u2013 adapter 1: ") + text);
+        QVERIFY(lamp->styleSheet().contains(color.name()));
+        QVERIFY(lastMessage(*mWindow).endsWith(text.section(QLatin1String(", "), 1)));
+        Q_EMIT bus->newCanState(CAN::CanStateErrorActive);
+        QTRY_COMPARE_WITH_TIMEOUT(lamp->text(), QStringLiteral("1 of 1 adapters open"), PatienceMs);
+    }
+
+    void everyFieldTellsWhatItIsFor()
+    {
+        QStringList silent;
+        const auto fields = mWindow->findChildren<QWidget *>();
+        for (const QWidget *field : fields) {
+            // Qt's own parts are called otherwise.
+            const bool named = !field->objectName().isEmpty() && field->objectName().at(0).isLower()
+                               && !field->objectName().startsWith(QLatin1String("qt_"));
+            const bool isTold = field->inherits("QAbstractButton") || field->inherits("QLineEdit")
+                                || field->inherits("QComboBox") || field->inherits("QAbstractSpinBox")
+                                || field->inherits("QProgressBar");
+            if (named && isTold && field->toolTip().isEmpty())
+                silent.append(field->objectName());
+        }
+        QCOMPARE(silent.join(QLatin1Char(' ')), QString());
+        for (const char *const table : {"adapters", "trace", "identifiers"}) {
+            const QAbstractItemModel *const model = part<QTableView>(*mWindow, table)->model();
+            for (int column = 0; column < model->columnCount(); ++column)
+                QVERIFY(!model->headerData(column, Qt::Horizontal, Qt::ToolTipRole).toString().isEmpty());
+        }
+    }
+
+    void eachKeyDoesOneThingOnEachPage()
+    {
+        auto *const pages = part<QTabWidget>(*mWindow, "pages");
+        for (int page = 0; page < pages->count(); ++page) {
+            pages->setCurrentIndex(page);
+            QStringList keys;
+            for (int i = 0; i < pages->count(); ++i)
+                keys.append(QKeySequence::mnemonic(pages->tabText(i)).toString());
+            const auto buttons = mWindow->findChildren<QAbstractButton *>();
+            for (const QAbstractButton *button : buttons) {
+                if (button->isVisibleTo(mWindow.get()))
+                    keys.append(QKeySequence::mnemonic(button->text()).toString());
+            }
+            const auto labels = mWindow->findChildren<QLabel *>();
+            for (const QLabel *label : labels) {
+                if (label->buddy() && label->isVisibleTo(mWindow.get()))
+                    keys.append(QKeySequence::mnemonic(label->text()).toString());
+            }
+            keys.removeAll(QString());
+            keys.sort();
+            QStringList once = keys;
+            once.removeDuplicates();
+            QCOMPARE(keys, once);
+            QVERIFY(keys.size() > 12);
+        }
     }
 
     void aFullInboxCountsWhatItLoses()

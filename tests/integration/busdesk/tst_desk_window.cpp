@@ -1,0 +1,243 @@
+// SPDX-License-Identifier: MIT
+#include "desk_on_screen.h"
+#include "support/free_port.h"
+
+#include <QtCore/QTemporaryDir>
+#include <QtGui/QImage>
+#include <QtTest/QtTest>
+
+#include <memory>
+#include <set>
+
+namespace {
+
+constexpr int PatienceMs = 60000;
+
+QByteArray contentOf(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// The frames of a recording, without stamps and interfaces.
+QList<QByteArray> framesOf(const QByteArray &log)
+{
+    QList<QByteArray> frames;
+    for (const QByteArray &line : log.split('\n')) {
+        if (!line.isEmpty())
+            frames.append(line.split(' ').value(2));
+    }
+    return frames;
+}
+
+QByteArray hex(int value, int digits)
+{
+    return QByteArray::number(value, 16).toUpper().rightJustified(digits, '0');
+}
+
+// What a small machine might say: a drive that speeds up and slows down, a joint, a camera's CAN FD block.
+QByteArray machineLog(int ms)
+{
+    QByteArray log;
+    const auto add = [&log](int at, const QByteArray &frame) {
+        log += '(' + QByteArray::number(at / 1e3, 'f', 6) + ") can0 " + frame + '\n';
+    };
+    for (int at = 0; at < ms; at += 10) {
+        const int pace = at / 10;
+        const int speed = 1500 + pace % 900 * (pace / 900 % 2 == 0 ? 1 : -1) + (pace / 900 % 2 == 0 ? 0 : 900);
+        add(at, "0C0#" + hex(speed, 4) + "0AF0" + hex(pace & 0xFF, 2));
+        if (pace % 2 == 0)
+            add(at, "18FEF100##1A0" + hex(speed / 8, 4) + hex(pace & 0xFF, 2) + "00007D5A40FFFFC3");
+        if (pace % 5 == 0)
+            add(at, "181#" + hex(40000 - speed, 6) + "40");
+        if (pace % 10 == 0)
+            add(at, "701#05");
+        if (pace % 50 == 0)
+            add(at, "182#R2");
+    }
+    return log;
+}
+
+} // namespace
+
+class TestDeskWindow : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        const QString missing = DeskOnScreen::missing();
+        if (!missing.isEmpty())
+            QSKIP(qPrintable(QStringLiteral("not installed: ") + missing));
+    }
+
+    void init()
+    {
+        mPort = freeUdpPort();
+        do {
+            mOtherPort = freeUdpPort();
+        } while (mOtherPort == mPort);
+        const QString set = mFolder.filePath(QStringLiteral("%1.json").arg(mPort));
+        const auto change = [&set](const QStringList &command) {
+            run(BUSSETS_PROGRAM, QStringList{QStringLiteral("--file"), set} + command);
+        };
+        change({QStringLiteral("--adapter"), bus(mPort), QStringLiteral("add"), QStringLiteral("drive and joint")});
+        change({QStringLiteral("--adapter"), bus(mOtherPort), QStringLiteral("add"), QStringLiteral("sensors")});
+        change({QStringLiteral("active"), QStringLiteral("2")});
+        mDesk = std::make_unique<DeskOnScreen>(QStringList{set});
+        QVERIFY(mDesk->lookFor(QStringLiteral("Bus desk")));
+    }
+
+    void cleanup() { mDesk.reset(); }
+
+    void whatAnotherProgramPlaysIsSavedAndCopiedFromTheTrace()
+    {
+        connectAll();
+        const QByteArray log = machineLog(1000);
+        run(BUSPLAY_PROGRAM, {QStringLiteral("--adapter"), bus(mPort), logFile(log)});
+        QByteArray saved;
+        QList<QByteArray> frames;
+        for (int i = 0; i < 20 && frames.size() < framesOf(log).size(); ++i) {
+            saved = saveTrace();
+            frames = framesOf(saved);
+        }
+        QCOMPARE(frames, framesOf(log));
+        QCOMPARE(saved.count(" adapter1 "), frames.size());
+
+        // Into the middle of the trace, which shows its end.
+        mDesk->clickAt(400, 780);
+        mDesk->press({QStringLiteral("ctrl+c")});
+        const QByteArray copied = mDesk->clipboard();
+        QVERIFY2(copied.endsWith('\n') && copied.count('\n') == 1, copied.constData());
+        QVERIFY(saved.contains(copied));
+    }
+
+    void aFrameIsSentByTheKeyboardAlone()
+    {
+        connectAll();
+        Program busdump(QStringLiteral(BUSDUMP_PROGRAM),
+                        {QStringLiteral("--adapter"), bus(mPort), QStringLiteral("--count"), QStringLiteral("1")});
+        busdump.start();
+        QTRY_COMPARE_WITH_TIMEOUT(udpSocketsOnPort(mPort), 2, PatienceMs);
+        mDesk->press({QStringLiteral("alt+n"), QStringLiteral("ctrl+a")});
+        mDesk->type(QStringLiteral("1ABCDEF0#C0FFEE"));
+        mDesk->press({QStringLiteral("Return")});
+        QCOMPARE(busdump.waitForStatus(), 0);
+        QCOMPARE(framesOf(busdump.output()), QList<QByteArray>{"1ABCDEF0#C0FFEE"});
+    }
+
+    // With BUSDESK_PICTURE in the environment the buses run for a minute before, and the picture is kept there.
+    void theWindowIsPhotographedAtWork()
+    {
+        const QString kept = qEnvironmentVariable("BUSDESK_PICTURE");
+        connectAll();
+        Program drive(QStringLiteral(BUSPLAY_PROGRAM),
+                      {QStringLiteral("--adapter"), bus(mPort), logFile(machineLog(90000))});
+        Program sensors(QStringLiteral(BUSCYCLE_PROGRAM),
+                        {QStringLiteral("--adapter"), bus(mOtherPort), QStringLiteral("--interval"),
+                         QStringLiteral("15"), QStringLiteral("--sync-max"), QStringLiteral("240"),
+                         QStringLiteral("1A0#00")});
+        drive.start();
+        sensors.start();
+        if (!kept.isEmpty())
+            QTest::qWait(60000);
+        QImage image;
+        QTRY_VERIFY_WITH_TIMEOUT(image.loadFromData(mDesk->photograph()) && isAtWork(image), PatienceMs);
+        QCOMPARE(image.size(), QSize(1280, 900));
+        QVERIFY(kept.isEmpty() || image.save(kept));
+    }
+
+    void theKeyboardEndsTheProgram()
+    {
+        connectAll();
+        mDesk->press({QStringLiteral("ctrl+q")});
+        QCOMPARE(mDesk->waitForEnd(), 0);
+        QCOMPARE(udpSocketsOnPort(mPort), 0);
+    }
+
+    void helpAndVersionNeedNoScreen_data()
+    {
+        QTest::addColumn<QString>("argument");
+        QTest::addColumn<QByteArray>("beginning");
+        QTest::newRow("help") << QStringLiteral("--help") << QByteArray("Usage: ");
+        QTest::newRow("version") << QStringLiteral("--version") << QByteArray("busdesk ");
+    }
+
+    void helpAndVersionNeedNoScreen()
+    {
+        QFETCH(QString, argument);
+        QFETCH(QByteArray, beginning);
+        Program desk(QStringLiteral(BUSDESK_PROGRAM), {argument});
+        QProcessEnvironment environment = desk.process().processEnvironment();
+        environment.insert(QStringLiteral("DISPLAY"), QStringLiteral(":nowhere"));
+        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+        desk.process().setProcessEnvironment(environment);
+        desk.start();
+        QCOMPARE(desk.waitForStatus(), 0);
+        QVERIFY(desk.output().startsWith(beginning));
+    }
+
+private:
+    static QString bus(quint16 port) { return QStringLiteral("virtual:%1").arg(port); }
+
+    static void run(const char *path, const QStringList &arguments)
+    {
+        Program program(QString::fromLatin1(path), arguments);
+        program.start();
+        QCOMPARE(program.waitForStatus(), 0);
+    }
+
+    void connectAll()
+    {
+        mDesk->press({QStringLiteral("alt+c")});
+        QTRY_COMPARE_WITH_TIMEOUT(udpSocketsOnPort(mPort), 1, PatienceMs);
+        QTRY_COMPARE_WITH_TIMEOUT(udpSocketsOnPort(mOtherPort), 1, PatienceMs);
+    }
+
+    QString logFile(const QByteArray &log)
+    {
+        QString path = mFolder.filePath(QStringLiteral("played.log"));
+        QFile file(path);
+        if (!file.open(QIODevice::WriteOnly) || file.write(log) != log.size())
+            qFatal("no file for the test");
+        return path;
+    }
+
+    QByteArray saveTrace()
+    {
+        const QString path = mFolder.filePath(QStringLiteral("saved%1.log").arg(++mSaved));
+        mDesk->press({QStringLiteral("alt+v")});
+        if (!mDesk->lookFor(QStringLiteral("Save the trace")))
+            return {};
+        mDesk->type(path);
+        mDesk->press({QStringLiteral("Return")});
+        if (!QTest::qWaitFor([&path] { return QFile::exists(path); }, PatienceMs))
+            return {};
+        // The dialog is in the way until it is gone.
+        if (!mDesk->waitUntilGone(QStringLiteral("Save the trace")) || !mDesk->lookFor(QStringLiteral("Bus desk")))
+            return {};
+        return contentOf(path);
+    }
+
+    // The lamp, marked bytes and the lines of the plots are there.
+    static bool isAtWork(const QImage &image)
+    {
+        std::set<QRgb> colors;
+        for (int y = 0; y < image.height(); ++y) {
+            for (int x = 0; x < image.width(); ++x)
+                colors.insert(image.pixel(x, y) & 0xFFFFFFU);
+        }
+        return colors.size() > 50 && colors.count(0x2E7D32) > 0 && colors.count(0xFFCC80) > 0
+               && colors.count(0xEF6C00) > 0 && colors.count(0x1565C0) > 0;
+    }
+
+    QTemporaryDir mFolder;
+    quint16 mPort = 0;
+    quint16 mOtherPort = 0;
+    int mSaved = 0;
+    std::unique_ptr<DeskOnScreen> mDesk;
+};
+
+QTEST_GUILESS_MAIN(TestDeskWindow)
+#include "tst_desk_window.moc"
