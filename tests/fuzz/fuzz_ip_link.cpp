@@ -3,6 +3,10 @@
 
 #include <BusLinkDesk/backends/socketcan/ip_link_parser_p.h>
 
+#include <QtCore/QRegularExpression>
+
+#include <algorithm>
+
 // Reads any text as a listing of links and as the details of one.
 
 namespace {
@@ -37,11 +41,29 @@ void requireListing(const QString &text)
             }).isEmpty());
 }
 
+// The plain meaning of an expression, however long it takes.
+QString capturedBy(const char *expression, const QString &text, const char *keyword)
+{
+    return QRegularExpression(QString::fromLatin1(expression)).match(text).captured(1).remove(QLatin1String(keyword));
+}
+
+void requireExpressions(const QString &text, const AbstractCanAdapter::SocketCANProps &properties)
+{
+    const auto field = [](const QString &number) { return static_cast<quint16>(number.toUInt()); };
+    const QString rate = capturedBy(R"((?=bitrate )([^\.]*)(?= sample))", text, "bitrate ");
+    const QString dataRate = capturedBy(R"((?=dbitrate )([^\.]*)(?= dsample))", text, "dbitrate ");
+    const QString restart = capturedBy("(?=restart-ms )([^\\.]*)(?= \\n)", text, "restart-ms ");
+    require(buslink::bitrateFromDetails(text) == rate.left(std::max(0, rate.size() - 3)));
+    require(properties.dbitrate == field(dataRate.left(std::max(0, dataRate.size() - 3))));
+    require(properties.restartMs == field(restart));
+}
+
 void requireDetails(const QString &text)
 {
     const AbstractCanAdapter::SocketCANProps properties = buslink::propertiesFromDetails(text);
     require(!text.contains(QLatin1String("mtu 72")) || properties.isFd);
     require(properties.dbitrate == 0 || properties.isFd);
+    requireExpressions(text, properties);
     const QString rate = buslink::bitrateFromDetails(text);
     require(properties.bitrate == static_cast<quint16>(rate.toUInt()));
     require(!rate.contains(QLatin1Char('.')));

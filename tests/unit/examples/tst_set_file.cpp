@@ -86,6 +86,15 @@ private Q_SLOTS:
         QVERIFY(file.adapters.isEmpty());
     }
 
+    void fileThatIsTooLargeForASetIsNotRead()
+    {
+        const QTemporaryDir folder;
+        const QString path = folder.filePath(QStringLiteral("large"));
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.resize((1 << 26) + 1)); // takes no room on the disk
+        QCOMPARE(buslink::loadSet(path).error, QStringLiteral("no set of adapters: too large"));
+    }
+
     void fileIsReplacedAsAWholeOrNotAtAll()
     {
         const QTemporaryDir folder;

@@ -24,10 +24,24 @@ constexpr std::array<Maker, 3> makers{{
     {AbstractCanAdapter::CanAdapterType(17), "ixxat", "Ixxat"},
 }};
 
-// A captured text without its keyword.
-std::optional<QString> captured(const QString &details, const QRegularExpression &expression, QLatin1String keyword)
+// No match reaches over a point, and one begins at the first keyword of the part that has an end behind it. Behind
+// each keyword without an end the expressions would look through all that follows, which in a long text takes minutes.
+QString partThatMatches(const QString &details, QLatin1String keyword, QLatin1String end)
 {
-    const QRegularExpressionMatch match = expression.match(details);
+    const QVector<QStringRef> parts = details.splitRef(QLatin1Char('.'));
+    for (const QStringRef &part : parts) {
+        const int begin = part.indexOf(keyword);
+        if (begin >= 0 && part.lastIndexOf(end) >= begin)
+            return part.toString();
+    }
+    return {};
+}
+
+// A captured text without its keyword.
+std::optional<QString> captured(const QString &details, const QRegularExpression &expression, QLatin1String keyword,
+                                QLatin1String end)
+{
+    const QRegularExpressionMatch match = expression.match(partThatMatches(details, keyword, end));
     if (!match.hasMatch() || match.lastCapturedIndex() < 1)
         return std::nullopt;
     return match.captured(1).remove(keyword);
@@ -42,19 +56,19 @@ QString inKilobits(const std::optional<QString> &rate)
 std::optional<QString> restartTime(const QString &details)
 {
     static const QRegularExpression expression(QStringLiteral(R"((?=restart-ms )([^\.]*)(?= \n))"));
-    return captured(details, expression, QLatin1String("restart-ms "));
+    return captured(details, expression, QLatin1String("restart-ms "), QLatin1String(" \n"));
 }
 
 std::optional<QString> nominalRate(const QString &details)
 {
     static const QRegularExpression expression(QStringLiteral(R"((?=bitrate )([^\.]*)(?= sample))"));
-    return captured(details, expression, QLatin1String("bitrate "));
+    return captured(details, expression, QLatin1String("bitrate "), QLatin1String(" sample"));
 }
 
 std::optional<QString> dataRate(const QString &details)
 {
     static const QRegularExpression expression(QStringLiteral(R"((?=dbitrate )([^\.]*)(?= dsample))"));
-    return captured(details, expression, QLatin1String("dbitrate "));
+    return captured(details, expression, QLatin1String("dbitrate "), QLatin1String(" dsample"));
 }
 
 // A text that is no number counts as 0.

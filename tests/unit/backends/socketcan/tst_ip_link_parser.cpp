@@ -316,6 +316,28 @@ private Q_SLOTS:
         QCOMPARE(buslink::bitrateFromDetails(details), rate);
     }
 
+    void longTextThatMatchesNothingIsReadInTime_data()
+    {
+        QTest::addColumn<QByteArray>("words");
+        QTest::newRow("rates") << QByteArray("bitrate ");
+        QTest::newRow("data rates") << QByteArray("dbitrate ");
+        QTest::newRow("restart times") << QByteArray("restart-ms ");
+        QTest::newRow("ends before rates") << QByteArray(" sample dsample \n bitrate dbitrate restart-ms .");
+    }
+
+    void longTextThatMatchesNothingIsReadInTime()
+    {
+        QFETCH(const QByteArray, words);
+        const QString details = QString::fromLatin1(words.repeated(2'000'000 / words.size()));
+        QElapsedTimer timer;
+        timer.start();
+        const QVector<int> numbers = numbersOf(buslink::propertiesFromDetails(details));
+        const qint64 elapsed = timer.elapsed();
+        QCOMPARE(numbers[1], 0);
+        QCOMPARE(numbers[3], 0);
+        QVERIFY2(elapsed < 20'000, qPrintable(QString::number(elapsed)));
+    }
+
     void detailsAreReadOnSeveralThreadsAtOnce()
     {
         const QString text = recorded("details_pcan_fd");
