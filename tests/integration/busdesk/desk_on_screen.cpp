@@ -7,6 +7,7 @@
 namespace {
 
 constexpr int PatienceMs = 20000;
+constexpr int GoingMs = 3000;
 
 QStringList words(const char *text)
 {
@@ -78,9 +79,9 @@ bool DeskOnScreen::lookFor(const QString &title)
     return true;
 }
 
-bool DeskOnScreen::waitUntilGone(const QString &title)
+bool DeskOnScreen::isGone(const QString &title)
 {
-    return QTest::qWaitFor([&] { return windowOf(title).isEmpty(); }, PatienceMs);
+    return QTest::qWaitFor([&] { return windowOf(title).isEmpty(); }, GoingMs);
 }
 
 void DeskOnScreen::press(const QStringList &keys)

@@ -20,8 +20,8 @@ public:
 
     /// Waits for a window with this title, and gives it the keyboard. Returns whether there is one.
     bool lookFor(const QString &title);
-    /// Waits until no window has this title. Returns whether none has.
-    bool waitUntilGone(const QString &title);
+    /// Whether no window has this title; waits some seconds for it to go.
+    bool isGone(const QString &title);
     /// Presses keys, each by its name, as alt+c.
     void press(const QStringList &keys);
     void type(const QString &text);

@@ -98,7 +98,7 @@ private Q_SLOTS:
         run(BUSPLAY_PROGRAM, {QStringLiteral("--adapter"), bus(mPort), logFile(log)});
         QByteArray saved;
         QList<QByteArray> frames;
-        for (int i = 0; i < 20 && frames.size() < framesOf(log).size(); ++i) {
+        for (int i = 0; i < 5 && frames.size() < framesOf(log).size(); ++i) {
             saved = saveTrace();
             frames = framesOf(saved);
         }
@@ -207,15 +207,19 @@ private:
     QByteArray saveTrace()
     {
         const QString path = mFolder.filePath(QStringLiteral("saved%1.log").arg(++mSaved));
+        const QString title = QStringLiteral("Save the trace");
         mDesk->press({QStringLiteral("alt+v")});
-        if (!mDesk->lookFor(QStringLiteral("Save the trace")))
+        if (!mDesk->lookFor(title))
             return {};
+        mDesk->press({QStringLiteral("ctrl+a")});
         mDesk->type(path);
-        mDesk->press({QStringLiteral("Return")});
-        if (!QTest::qWaitFor([&path] { return QFile::exists(path); }, PatienceMs))
-            return {};
-        // The dialog is in the way until it is gone.
-        if (!mDesk->waitUntilGone(QStringLiteral("Save the trace")) || !mDesk->lookFor(QStringLiteral("Bus desk")))
+        // The list of names that the dialog proposes may take a Return for itself.
+        bool written = false;
+        for (int i = 0; i < 5 && !written; ++i) {
+            mDesk->press({QStringLiteral("Return")});
+            written = QTest::qWaitFor([&path] { return QFile::exists(path); }, 4000);
+        }
+        if (!written || !mDesk->isGone(title) || !mDesk->lookFor(QStringLiteral("Bus desk")))
             return {};
         return contentOf(path);
     }
