@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr int PatienceMs = 20000;
+constexpr int PatienceMs = 60000;
 constexpr int GoingMs = 3000;
 
 QStringList words(const char *text)
