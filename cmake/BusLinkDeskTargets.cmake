@@ -26,6 +26,17 @@ if(BUSLINKDESK_BUILD_FUZZERS)
     target_link_options(buslinkdesk_settings INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
+# Only the library's own objects record; whatever they are linked into writes it down. Threads of one program count
+# at once, so the counters are atomic.
+if(BUSLINKDESK_COVERAGE)
+    target_link_options(buslinkdesk_settings INTERFACE --coverage)
+endif()
+function(buslinkdesk_record_coverage target)
+    if(BUSLINKDESK_COVERAGE)
+        target_compile_options(${target} PRIVATE --coverage -fprofile-update=atomic)
+    endif()
+endfunction()
+
 # Gives a target the project's settings. They stay out of what is installed.
 function(buslinkdesk_configure target)
     target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:buslinkdesk_settings>)

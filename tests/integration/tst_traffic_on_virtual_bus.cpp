@@ -46,19 +46,31 @@ QVector<int> bytesZeroOf(const QVector<CAN::CanRxMessage> &frames)
 
 enum class Part { First, Second, Scheduler, Transmitter };
 
+/// The far end of a bus.
+struct LongLivedPeer
+{
+    quint16 port = freeUdpPort();
+    AdapterPointer<DemoCanAdapter> adapter = makeVirtualAdapter(port);
+    FrameRecorder frames{adapter.get()};
+
+    ~LongLivedPeer() { adapter.reset(); } // before what it delivers to
+};
+
 /// Two adapters on buses of their own that are linked to each other, a scheduler on the first one and a transmitter
 /// for the second. A peer on each bus lives longer than all of them.
 class LinkedParts
 {
 public:
-    LinkedParts(DemoCanAdapter *firstPeer, DemoCanAdapter *secondPeer, quint16 firstPort, quint16 secondPort)
+    LinkedParts(LongLivedPeer &firstPeer, LongLivedPeer &secondPeer)
         : mFirstPeer(firstPeer)
         , mSecondPeer(secondPeer)
-        , mFirst(makeVirtualAdapter(firstPort, 1))
-        , mSecond(makeVirtualAdapter(secondPort, 2))
+        , mFirst(makeVirtualAdapter(firstPeer.port, 1))
+        , mSecond(makeVirtualAdapter(secondPeer.port, 2))
         , mScheduler(std::make_unique<CanScheduler>(mFirst.get()))
         , mTransmitter(std::make_unique<CanMessageTransmitter>(1))
     {
+        for (AbstractCanAdapter *const adapter : {mFirst.get(), mSecond.get()})
+            QObject::connect(adapter, &AbstractCanAdapter::newCanMessage, [this] { ++mArrived; });
         mFirst->setLinkedAdapter(mSecond.get());
         mSecond->setLinkedAdapter(mFirst.get());
         QObject::connect(
@@ -87,13 +99,21 @@ public:
         }
     }
 
+    ~LinkedParts()
+    {
+        mFirst.reset();
+        mSecond.reset();
+    }
+    LinkedParts(const LinkedParts &) = delete;
+    LinkedParts &operator=(const LinkedParts &) = delete;
+
     /// Whether all that is there does what it can without the rest. Adapters are stopped again at the end.
     bool work()
     {
         if ((mFirst && !openOnBus(mFirst.get())) || (mSecond && !openOnBus(mSecond.get())))
             return false;
-        const bool done = carries(mFirst.get(), mFirstPeer, mSecond ? mSecondPeer : nullptr)
-                          && carries(mSecond.get(), mSecondPeer, mFirst ? mFirstPeer : nullptr) && transmits();
+        const bool done = carries(mFirst.get(), mFirstPeer, mSecond ? &mSecondPeer : nullptr)
+                          && carries(mSecond.get(), mSecondPeer, mFirst ? &mFirstPeer : nullptr) && transmits();
         for (AbstractCanAdapter *const adapter : {mFirst.get(), mSecond.get()}) {
             if (!adapter)
                 continue;
@@ -105,36 +125,38 @@ public:
 
 private:
     /// A frame of the peer reaches the adapter, what listens to it and the peer behind its link.
-    bool carries(DemoCanAdapter *adapter, DemoCanAdapter *peer, DemoCanAdapter *behindTheLink)
+    bool carries(DemoCanAdapter *adapter, LongLivedPeer &peer, LongLivedPeer *behindTheLink)
     {
         if (!adapter)
             return true;
-        const FrameRecorder frames(adapter);
-        const FrameRecorder forwarded(behindTheLink ? behindTheLink : peer);
+        const int before = mArrived;
+        const int forwarded = behindTheLink ? behindTheLink->frames.count() : 0;
         mExpected += adapter == mFirst.get() && mScheduler ? 1 : 0;
-        peer->write(makeFrame(0x11, "part"));
-        return QTest::qWaitFor([&] { return frames.count() == 1; }, TimeoutMs)
-               && (!behindTheLink || QTest::qWaitFor([&] { return forwarded.count() == 1; }, TimeoutMs));
+        peer.adapter->write(makeFrame(0x11, "part"));
+        return QTest::qWaitFor([&] { return mArrived == before + 1; }, TimeoutMs)
+               && (!behindTheLink
+                   || QTest::qWaitFor([&] { return behindTheLink->frames.count() == forwarded + 1; }, TimeoutMs));
     }
 
     bool transmits()
     {
         if (!mTransmitter)
             return true;
-        const FrameRecorder frames(mSecondPeer);
+        const int before = mSecondPeer.frames.count();
         mTransmitter->setTranmissionParameter(makeFrame(0x22, "job"), 1, 2);
         mTransmitter->startTransmission();
         // Without an adapter the job ends at once and in silence.
-        return !mSecond
-               || QTest::qWaitFor([&] { return frames.count() == 2 && !mTransmitter->isRunning(); }, TimeoutMs);
+        const auto sent = [&] { return mSecondPeer.frames.count() == before + 2 && !mTransmitter->isRunning(); };
+        return !mSecond || QTest::qWaitFor(sent, TimeoutMs);
     }
 
-    DemoCanAdapter *mFirstPeer;
-    DemoCanAdapter *mSecondPeer;
+    LongLivedPeer &mFirstPeer;
+    LongLivedPeer &mSecondPeer;
     AdapterPointer<DemoCanAdapter> mFirst;
     AdapterPointer<DemoCanAdapter> mSecond;
     std::unique_ptr<CanScheduler> mScheduler;
     std::unique_ptr<CanMessageTransmitter> mTransmitter;
+    std::atomic<int> mArrived = 0;
     std::atomic<int> mDispatched = 0;
     int mExpected = 0;
 };
@@ -148,15 +170,13 @@ class TestTrafficOnVirtualBus : public QObject
 private Q_SLOTS:
     void partsAreDeletedInEveryOrder()
     {
-        const quint16 firstPort = freeUdpPort();
-        const quint16 secondPort = freeUdpPort();
-        const auto firstPeer = makeVirtualAdapter(firstPort);
-        const auto secondPeer = makeVirtualAdapter(secondPort);
-        QVERIFY(openOnBus(firstPeer.get()) && openOnBus(secondPeer.get()));
+        LongLivedPeer firstPeer;
+        LongLivedPeer secondPeer;
+        QVERIFY(openOnBus(firstPeer.adapter.get()) && openOnBus(secondPeer.adapter.get()));
         std::array order{Part::First, Part::Second, Part::Scheduler, Part::Transmitter};
         int orders = 0;
         do {
-            LinkedParts parts(firstPeer.get(), secondPeer.get(), firstPort, secondPort);
+            LinkedParts parts(firstPeer, secondPeer);
             QVERIFY(parts.work());
             for (const Part part : order) {
                 parts.remove(part);

@@ -10,43 +10,46 @@
 
 FrameRecorder::FrameRecorder(AbstractCanAdapter *adapter)
     : mConnection(QObject::connect(adapter, &AbstractCanAdapter::newCanMessage,
-                                   [this](CAN::CanRxMessage *message) { record(*message); }))
+                                   [records = mRecords](CAN::CanRxMessage *message) { records->take(*message); }))
 {}
 
-void FrameRecorder::record(const CAN::CanRxMessage &message)
+void FrameRecorder::Records::take(const CAN::CanRxMessage &message)
 {
-    const QMutexLocker lock(&mMutex);
-    mFrames.append(message);
-    mLastThread = QThread::currentThread();
+    const QMutexLocker lock(&mutex);
+    frames.append(message);
+    lastThread = QThread::currentThread();
 }
 
 FrameRecorder::~FrameRecorder()
 {
     QObject::disconnect(mConnection);
+    // Behind a delivery that is still at it.
+    mRecords->mutex.lock();
+    mRecords->mutex.unlock();
 }
 
 QVector<CAN::CanRxMessage> FrameRecorder::frames() const
 {
-    const QMutexLocker lock(&mMutex);
-    return mFrames;
+    const QMutexLocker lock(&mRecords->mutex);
+    return mRecords->frames;
 }
 
 int FrameRecorder::count() const
 {
-    const QMutexLocker lock(&mMutex);
-    return mFrames.size();
+    const QMutexLocker lock(&mRecords->mutex);
+    return mRecords->frames.size();
 }
 
 QThread *FrameRecorder::lastThread() const
 {
-    const QMutexLocker lock(&mMutex);
-    return mLastThread;
+    const QMutexLocker lock(&mRecords->mutex);
+    return mRecords->lastThread;
 }
 
 void FrameRecorder::clear()
 {
-    const QMutexLocker lock(&mMutex);
-    mFrames.clear();
+    const QMutexLocker lock(&mRecords->mutex);
+    mRecords->frames.clear();
 }
 
 QByteArray bytesOf(const CAN::CanMessage &message)

@@ -8,6 +8,8 @@
 #include <QtCore/QObject>
 #include <QtCore/QVector>
 
+#include <memory>
+
 class AbstractCanAdapter;
 class QThread;
 
@@ -31,11 +33,17 @@ public:
     void clear();
 
 private:
-    void record(const CAN::CanRxMessage &message);
+    struct Records
+    {
+        void take(const CAN::CanRxMessage &message);
 
-    mutable QMutex mMutex;
-    QVector<CAN::CanRxMessage> mFrames;
-    QThread *mLastThread = nullptr;
+        QMutex mutex;
+        QVector<CAN::CanRxMessage> frames;
+        QThread *lastThread = nullptr;
+    };
+
+    // Shared with the connection: a delivery on another thread may outlast the recorder.
+    std::shared_ptr<Records> mRecords = std::make_shared<Records>();
     QMetaObject::Connection mConnection;
 };
 

@@ -32,13 +32,32 @@ pid_t startTraced(const QString &program, const QStringList &arguments)
     return child;
 }
 
-/// Whether a program that stands at a system call is about to create a file.
-bool createsFile(pid_t child)
+user_regs_struct registersOf(pid_t child)
 {
     user_regs_struct registers{};
     ::ptrace(PTRACE_GETREGS, child, nullptr, &registers);
-    return registers.orig_rax == SYS_openat
-           && ((registers.rdx & O_CREAT) != 0 || (registers.rdx & O_TMPFILE) == O_TMPFILE);
+    return registers;
+}
+
+bool createsFile(const user_regs_struct &call)
+{
+    return call.orig_rax == SYS_openat && ((call.rdx & O_CREAT) != 0 || (call.rdx & O_TMPFILE) == O_TMPFILE);
+}
+
+/// True behind the call alone: before it the place of its result tells an error.
+bool hasRenamedFile(const user_regs_struct &call)
+{
+    const bool renames = call.orig_rax == SYS_rename || call.orig_rax == SYS_renameat || call.orig_rax == SYS_renameat2;
+    return renames && call.rax == 0;
+}
+
+/// Lets a stopped program run on to its end.
+int letGo(pid_t child)
+{
+    int status = 0;
+    ::ptrace(PTRACE_DETACH, child, nullptr, nullptr);
+    ::waitpid(child, &status, 0);
+    return status;
 }
 
 TracedEnd endOf(int status, int signal)
@@ -59,15 +78,18 @@ TracedEnd signalWhileSaving(const QString &program, const QStringList &arguments
         // With this option a stop at a system call is told from one at a trap.
         ::ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
         const bool atCall = WSTOPSIG(status) == (SIGTRAP | 0x80);
-        const long passedOn = atCall || WSTOPSIG(status) == SIGTRAP ? 0 : WSTOPSIG(status);
-        if (atCall && stopsToGo < 0 && createsFile(child))
-            stopsToGo = stop;
-        if (atCall && stopsToGo >= 0 && stopsToGo-- == 0) {
-            ::kill(child, signal);
-            ::ptrace(PTRACE_DETACH, child, nullptr, nullptr);
-            ::waitpid(child, &status, 0);
-            break;
+        if (atCall) {
+            const user_regs_struct call = registersOf(child);
+            if (stopsToGo < 0 && createsFile(call))
+                stopsToGo = stop;
+            if (stopsToGo >= 0 && stopsToGo-- == 0) {
+                ::kill(child, signal);
+                return endOf(letGo(child), signal);
+            }
+            if (hasRenamedFile(call))
+                return endOf(letGo(child), signal);
         }
+        const long passedOn = atCall || WSTOPSIG(status) == SIGTRAP ? 0 : WSTOPSIG(status);
         ::ptrace(PTRACE_SYSCALL, child, nullptr, passedOn);
     }
     return endOf(status, signal);

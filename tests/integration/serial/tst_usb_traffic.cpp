@@ -30,6 +30,22 @@ class TestUsbTraffic : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void framesPassBothWaysWithSleepDisabled()
+    {
+        UsbLine line;
+        line.adapter->setCanAdapterOption(AbstractCanAdapter::option_disableSleep, true);
+        line.adapter->setEcho(false);
+        const FrameRecorder frames(line.adapter.get());
+        QVERIFY(line.open());
+        // Both within the passes without work.
+        const CAN::CanMessage frame = makeFrame(0x123, "1234567");
+        QCOMPARE(line.adapter->write(frame), CAN::RetOk);
+        QTRY_COMPARE_WITH_TIMEOUT(line.device.received(), wire(frame), WaitMs);
+        line.device.send(wire(frame));
+        QTRY_COMPARE_WITH_TIMEOUT(frames.count(), 1, WaitMs);
+        QCOMPARE(bytesOf(frames.frames().constFirst().message), bytesOf(frame));
+    }
+
     void writtenFramesGoOutInOrder()
     {
         UsbLine line;

@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: MIT
+// That the thread sanitizer sees races, and none where Qt makes an order. Each case runs in a process of its own.
+#include "support/program.h"
+
+#include <QtCore/QMutex>
+#include <QtCore/QSemaphore>
+#include <QtCore/QThread>
+#include <QtTest/QtTest>
+
+#include <functional>
+#include <memory>
+
+namespace {
+
+constexpr int Rounds = 20'000;
+
+using ThreadPointer = std::unique_ptr<QThread>;
+
+ThreadPointer started(const std::function<void()> &work)
+{
+    ThreadPointer thread(QThread::create(work));
+    thread->start();
+    return thread;
+}
+
+void inTwoThreads(const std::function<void()> &work)
+{
+    const ThreadPointer one = started(work);
+    const ThreadPointer other = started(work);
+    one->wait();
+    other->wait();
+}
+
+int runCase(const QString &name)
+{
+    int number = 0;
+    if (name == QLatin1String("no lock")) {
+        inTwoThreads([&number] {
+            for (int round = 0; round < Rounds; ++round)
+                ++number;
+        });
+    } else if (name == QLatin1String("another lock each")) {
+        QMutex mutexes[2];
+        const auto work = [&number, &mutexes](int own) {
+            const QMutexLocker lock(&mutexes[own]);
+            ++number;
+        };
+        const ThreadPointer one = started([&work] { work(0); });
+        const ThreadPointer other = started([&work] { work(1); });
+        one->wait();
+        other->wait();
+    } else if (name == QLatin1String("one lock")) {
+        QMutex mutex;
+        inTwoThreads([&number, &mutex] {
+            for (int round = 0; round < Rounds; ++round) {
+                const QMutexLocker lock(&mutex);
+                ++number;
+            }
+        });
+    } else if (name == QLatin1String("no wait for the thread")) {
+        const ThreadPointer thread = started([&number] { number = 1; });
+        QThread::msleep(100);
+        ++number;
+        thread->wait();
+    } else if (name == QLatin1String("wait for the thread")) {
+        started([&number] { number = 1; })->wait();
+        ++number;
+    } else if (name == QLatin1String("semaphore")) {
+        QSemaphore semaphore;
+        const ThreadPointer thread = started([&number, &semaphore] {
+            number = 1;
+            semaphore.release();
+        });
+        semaphore.acquire();
+        ++number;
+        thread->wait();
+    } else if (name == QLatin1String("queued call")) {
+        QObject receiver;
+        bool called = false;
+        const ThreadPointer thread = started([&] {
+            number = 1;
+            QMetaObject::invokeMethod(
+                &receiver, [&] { called = ++number == 2; }, Qt::QueuedConnection);
+        });
+        while (!called)
+            QCoreApplication::processEvents();
+        thread->wait();
+    } else {
+        return 1;
+    }
+    return 0;
+}
+
+} // namespace
+
+class TestThreadChecker : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void racesAloneAreReported_data()
+    {
+        QTest::addColumn<bool>("race");
+        QTest::newRow("no lock") << true;
+        QTest::newRow("another lock each") << true;
+        QTest::newRow("no wait for the thread") << true;
+        QTest::newRow("one lock") << false;
+        QTest::newRow("wait for the thread") << false;
+        QTest::newRow("semaphore") << false;
+        QTest::newRow("queued call") << false;
+    }
+
+    void racesAloneAreReported()
+    {
+        QFETCH(bool, race);
+        Program program(QCoreApplication::applicationFilePath(),
+                        {QStringLiteral("case"), QString::fromLatin1(QTest::currentDataTag())});
+        program.start();
+        const int status = program.waitForStatus();
+        const QByteArray errors = program.errors();
+        QVERIFY2(errors.contains("ThreadSanitizer: data race") == race, errors.constData());
+        QCOMPARE(status, race ? 66 : 0);
+    }
+};
+
+int main(int argc, char **argv)
+{
+    QCoreApplication application(argc, argv);
+    if (argc == 3 && application.arguments().at(1) == QLatin1String("case"))
+        return runCase(application.arguments().at(2));
+    TestThreadChecker test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_thread_checker.moc"
