@@ -160,6 +160,7 @@ Round measure(buslink::DeskWindow &window, quint16 port, int seconds)
 double median(const std::vector<Round> &rounds, double Round::*value)
 {
     std::vector<double> values;
+    values.reserve(rounds.size());
     for (const Round &round : rounds)
         values.push_back(round.*value);
     return medianOf(values);
