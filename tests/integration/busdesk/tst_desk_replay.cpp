@@ -332,7 +332,7 @@ private Q_SLOTS:
 private:
     QString fileWith(const QByteArray &content)
     {
-        const QString path = mFolder.filePath(QStringLiteral("%1.log").arg(++mFiles));
+        QString path = mFolder.filePath(QStringLiteral("%1.log").arg(++mFiles));
         QFile file(path);
         if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
             qFatal("no file for the test");
