@@ -11,8 +11,9 @@ namespace {
 
 // One more than a byte has there: the clocks of the two ends differ, and what is reckoned too short adds up.
 constexpr double BitsPerByte = 11;
-// What the drivers and the device may take beyond that.
-constexpr std::chrono::milliseconds Margin{100};
+// What the adapter's thread, the drivers and the device may take beyond that, on a machine that is busy as well: a port
+// that is closed throws away what its driver still holds.
+constexpr std::chrono::milliseconds Margin{1000};
 
 // Head, type, identifier and control byte, payload, a byte for every seven behind the head, checksum.
 int bytesOnTheLine(const CAN::CanMessage &frame)

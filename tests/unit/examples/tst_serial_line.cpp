@@ -29,7 +29,7 @@ class TestSerialLine : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void lineIsBusyFor11BitsAByteAndAMarginOfATenthOfASecond_data()
+    void lineIsBusyFor11BitsAByteAndAMarginOfASecond_data()
     {
         QTest::addColumn<CAN::CanMessage>("message");
         QTest::addColumn<int>("bytes");
@@ -41,7 +41,7 @@ private Q_SLOTS:
         QTest::newRow("CAN FD") << frame(12, false, true) << 21;
         QTest::newRow("longest") << frame(64, true, true) << 82;
     }
-    void lineIsBusyFor11BitsAByteAndAMarginOfATenthOfASecond()
+    void lineIsBusyFor11BitsAByteAndAMarginOfASecond()
     {
         QFETCH(CAN::CanMessage, message);
         QFETCH(int, bytes);
@@ -49,8 +49,8 @@ private Q_SLOTS:
         line.setAdapter(FakeSerialAdapter(1100)); // 10 ms a byte
         QVERIFY(line.isFree(start));
         line.frameQueued(message, start);
-        QVERIFY(!line.isFree(start + milliseconds(10 * bytes + 99)));
-        QVERIFY(line.isFree(start + milliseconds(10 * bytes + 101)));
+        QVERIFY(!line.isFree(start + milliseconds(10 * bytes + 999)));
+        QVERIFY(line.isFree(start + milliseconds(10 * bytes + 1001)));
     }
 
     void framesAddUpAndATimeWithoutFramesIsNotSaved()
@@ -59,11 +59,11 @@ private Q_SLOTS:
         line.setAdapter(FakeSerialAdapter(1100));
         line.frameQueued(frame(0, false, false), start);
         line.frameQueued(frame(0, false, false), start + milliseconds(10));
-        QVERIFY(!line.isFree(start + milliseconds(239)));
-        QVERIFY(line.isFree(start + milliseconds(241)));
-        line.frameQueued(frame(0, false, false), start + milliseconds(1000));
-        QVERIFY(!line.isFree(start + milliseconds(1169)));
-        QVERIFY(line.isFree(start + milliseconds(1171)));
+        QVERIFY(!line.isFree(start + milliseconds(1139)));
+        QVERIFY(line.isFree(start + milliseconds(1141)));
+        line.frameQueued(frame(0, false, false), start + milliseconds(5000));
+        QVERIFY(!line.isFree(start + milliseconds(6069)));
+        QVERIFY(line.isFree(start + milliseconds(6071)));
     }
 
     void nothingIsQueuedMoreThanASecondAhead()
