@@ -61,17 +61,18 @@ public:
     std::vector<double> periods(int count) const
     {
         std::vector<double> periods;
-        double last = nextStamp();
+        qint64 last = nextStamp();
         while (count-- > 0) {
-            const double stamp = nextStamp();
-            periods.push_back(stamp - last);
+            const qint64 stamp = nextStamp();
+            periods.push_back(static_cast<double>(stamp - last) / 1e3);
             last = stamp;
         }
         return periods;
     }
 
 private:
-    double nextStamp() const
+    // In nanoseconds.
+    qint64 nextStamp() const
     {
         can_frame frame;
         iovec buffer{&frame, sizeof frame};
@@ -88,7 +89,7 @@ private:
             qFatal("a frame has no stamp");
         timespec stamp;
         std::memcpy(&stamp, CMSG_DATA(header), sizeof stamp);
-        return static_cast<double>(stamp.tv_sec % 100000) * 1e6 + static_cast<double>(stamp.tv_nsec) / 1e3;
+        return stamp.tv_sec * Q_INT64_C(1000000000) + stamp.tv_nsec;
     }
 
     int mDescriptor;

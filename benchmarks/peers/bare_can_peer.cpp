@@ -40,7 +40,7 @@ int trips(const Order &order)
     const int status = meter.run(
         order.frames, [&](long number) { here.send(number, QuestionId); },
         [&] {
-            if (here.receive() && here.identifier() == AnswerId)
+            if (here.wait(1000) && here.receive() && here.identifier() == AnswerId)
                 meter.take();
         });
     answers.join();

@@ -124,6 +124,8 @@ int trips(const Order &order)
     });
     connectDevice(there);
     connectDevice(here);
+    QTimer poll; // ends the wait for a frame that is lost
+    poll.start(FrameMeter::PollMilliseconds);
     return meter.run(
         order.frames, [&](long number) { here->writeFrame(frameOf(order, number, QuestionId)); },
         [] { QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents); });
