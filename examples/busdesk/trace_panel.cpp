@@ -6,9 +6,9 @@
 #include "busdesk/frame_texts.h"
 #include "busdesk/named_widgets.h"
 #include "busdesk/trace_model.h"
+#include "common/file_replacement.h"
 
 #include <QtCore/QRegularExpression>
-#include <QtCore/QSaveFile>
 #include <QtGui/QClipboard>
 #include <QtGui/QGuiApplication>
 #include <QtWidgets/QCheckBox>
@@ -143,12 +143,13 @@ void TracePanel::copySelected()
 
 QString TracePanel::saveTo(const QString &path) const
 {
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return tr("%1: %2").arg(path, file.errorString());
-    for (int row = 0; row < mModel->rowCount(); ++row)
-        file.write(logText(mModel->frameAt(row)).toLatin1() + '\n');
-    return file.commit() ? QString() : tr("%1: %2").arg(path, file.errorString());
+    FileReplacement file(path);
+    for (int row = 0; row < mModel->rowCount(); ++row) {
+        if (!file.write(logText(mModel->frameAt(row)).toLatin1() + '\n'))
+            break;
+    }
+    const QString error = file.commit();
+    return error.isEmpty() ? QString() : tr("%1: %2").arg(path, error);
 }
 
 void TracePanel::saveAs()

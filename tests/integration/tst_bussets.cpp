@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "example_programs.h"
 
+#include "support/file_content.h"
 #include "support/traced_program.h"
 
 #include <csignal>
@@ -8,12 +9,6 @@
 namespace {
 
 const QString bussets = QStringLiteral(BUSSETS_PROGRAM);
-
-QByteArray contentOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 } // namespace
 
