@@ -6,6 +6,7 @@
 #include "busdesk/trace_panel.h"
 #include "desk_user.h"
 #include "support/fake_adapter.h"
+#include "support/fake_serial_adapter.h"
 #include "support/frame_recorder.h"
 #include "support/free_port.h"
 
@@ -24,6 +25,8 @@ using buslink::Replay;
 namespace {
 
 using Loaded = std::shared_ptr<const Recording>;
+
+const QByteArray longFrame = "(1.0) a 12345678##1" + QByteArray(128, '0') + '\n';
 
 QStringList asLines(const QVector<CAN::CanMessage> &messages)
 {
@@ -194,6 +197,39 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(!replay.isRunning(), PatienceMs);
         QCOMPARE(asLines(adapter.written()), strings({"123#", "123#", "123#", "123#", "124#"}));
         QCOMPARE(replay.sentFrames(), std::size_t(2));
+    }
+
+    void aSlowLineIsNotOverrun()
+    {
+        FakeSerialAdapter adapter(110); // 100 ms a byte, so 8 s for the longest frame
+        Replay replay;
+        replay.setRecording(readAll(longFrame.repeated(20)));
+        replay.start(&adapter);
+        QCOMPARE(adapter.written, 1);
+        QCOMPARE(replay.sentFrames(), std::size_t(1));
+        QVERIFY(replay.isRunning());
+        // Another start is a replay of its own.
+        replay.start(&adapter);
+        QCOMPARE(adapter.written, 2);
+        FakeAdapter other;
+        replay.start(&other);
+        QCOMPARE(other.written().size(), 20);
+        QVERIFY(!replay.isRunning());
+    }
+
+    void aSlowLineIsKeptBusyToTheEnd()
+    {
+        FakeSerialAdapter adapter(11000); // 1 ms a byte, so 82 ms for the longest frame
+        Replay replay;
+        replay.setRecording(readAll(longFrame.repeated(20)));
+        QElapsedTimer time;
+        time.start();
+        replay.start(&adapter);
+        QVERIFY(replay.isRunning());
+        QTRY_VERIFY_WITH_TIMEOUT(!replay.isRunning(), PatienceMs);
+        QCOMPARE(adapter.written, 20);
+        // All but what may wait, which is a second and the last frame.
+        QVERIFY(time.elapsed() >= 20 * 82 - 1000 - 82);
     }
 
     void whatWasTracedAndSavedIsLoadedAndPlayedAgain()
