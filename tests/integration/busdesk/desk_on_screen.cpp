@@ -7,7 +7,6 @@
 namespace {
 
 constexpr int PatienceMs = 60000;
-constexpr int GoingMs = 3000;
 
 QStringList words(const char *text)
 {
@@ -81,7 +80,7 @@ bool DeskOnScreen::lookFor(const QString &title)
 
 bool DeskOnScreen::isGone(const QString &title)
 {
-    return QTest::qWaitFor([&] { return windowOf(title).isEmpty(); }, GoingMs);
+    return QTest::qWaitFor([&] { return windowOf(title).isEmpty(); }, PatienceMs);
 }
 
 void DeskOnScreen::press(const QStringList &keys)

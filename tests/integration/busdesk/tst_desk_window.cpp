@@ -108,7 +108,8 @@ private Q_SLOTS:
         // Into the middle of the trace, which shows its end.
         mDesk->clickAt(400, 780);
         mDesk->press({QStringLiteral("ctrl+c")});
-        const QByteArray copied = mDesk->clipboard();
+        QByteArray copied;
+        QTRY_VERIFY_WITH_TIMEOUT(!(copied = mDesk->clipboard()).isEmpty(), PatienceMs);
         QVERIFY2(copied.endsWith('\n') && copied.count('\n') == 1, copied.constData());
         QVERIFY(saved.contains(copied));
     }
