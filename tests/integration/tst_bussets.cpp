@@ -6,12 +6,6 @@
 
 #include <csignal>
 
-namespace {
-
-const QString bussets = QStringLiteral(BUSSETS_PROGRAM);
-
-} // namespace
-
 class TestBussets : public QObject
 {
     Q_OBJECT

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "desk_on_screen.h"
 
+#include "integration/example_programs.h"
+
 #include <QtCore/QStandardPaths>
-#include <QtTest/QtTest>
 
 namespace {
-
-constexpr int PatienceMs = 60000;
 
 QStringList words(const char *text)
 {

@@ -1,34 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "desk_on_screen.h"
-#include "support/free_port.h"
+#include "integration/example_programs.h"
+#include "support/file_content.h"
 
-#include <QtCore/QTemporaryDir>
 #include <QtGui/QImage>
-#include <QtTest/QtTest>
 
 #include <memory>
 #include <set>
 
 namespace {
-
-constexpr int PatienceMs = 60000;
-
-QByteArray contentOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-// The frames of a recording, without stamps and interfaces.
-QList<QByteArray> framesOf(const QByteArray &log)
-{
-    QList<QByteArray> frames;
-    for (const QByteArray &line : log.split('\n')) {
-        if (!line.isEmpty())
-            frames.append(line.split(' ').value(2));
-    }
-    return frames;
-}
 
 QByteArray hex(int value, int digits)
 {
@@ -60,7 +40,7 @@ QByteArray machineLog(int ms)
 
 } // namespace
 
-class TestDeskWindow : public QObject
+class TestDeskWindow : public QObject, ExamplePrograms
 {
     Q_OBJECT
 
@@ -80,10 +60,11 @@ private Q_SLOTS:
         } while (mOtherPort == mPort);
         const QString set = mFolder.filePath(QStringLiteral("%1.json").arg(mPort));
         const auto change = [&set](const QStringList &command) {
-            run(BUSSETS_PROGRAM, QStringList{QStringLiteral("--file"), set} + command);
+            run(bussets, QStringList{QStringLiteral("--file"), set} + command);
         };
-        change({QStringLiteral("--adapter"), bus(mPort), QStringLiteral("add"), QStringLiteral("drive and joint")});
-        change({QStringLiteral("--adapter"), bus(mOtherPort), QStringLiteral("add"), QStringLiteral("sensors")});
+        change(
+            {QStringLiteral("--adapter"), virtualBus(mPort), QStringLiteral("add"), QStringLiteral("drive and joint")});
+        change({QStringLiteral("--adapter"), virtualBus(mOtherPort), QStringLiteral("add"), QStringLiteral("sensors")});
         change({QStringLiteral("active"), QStringLiteral("2")});
         mDesk = std::make_unique<DeskOnScreen>(QStringList{set});
         QVERIFY(mDesk->lookFor(QStringLiteral("Bus desk")));
@@ -95,7 +76,7 @@ private Q_SLOTS:
     {
         connectAll();
         const QByteArray log = machineLog(1000);
-        run(BUSPLAY_PROGRAM, {QStringLiteral("--adapter"), bus(mPort), logFile(log)});
+        run(busplay, {QStringLiteral("--adapter"), virtualBus(mPort), writeFile(log)});
         QByteArray saved;
         QList<QByteArray> frames;
         for (int i = 0; i < 5 && frames.size() < framesOf(log).size(); ++i) {
@@ -117,15 +98,15 @@ private Q_SLOTS:
     void aFrameIsSentByTheKeyboardAlone()
     {
         connectAll();
-        Program busdump(QStringLiteral(BUSDUMP_PROGRAM),
-                        {QStringLiteral("--adapter"), bus(mPort), QStringLiteral("--count"), QStringLiteral("1")});
-        busdump.start();
+        Program dump(busdump,
+                     {QStringLiteral("--adapter"), virtualBus(mPort), QStringLiteral("--count"), QStringLiteral("1")});
+        dump.start();
         QTRY_COMPARE_WITH_TIMEOUT(udpSocketsOnPort(mPort), 2, PatienceMs);
         mDesk->press({QStringLiteral("alt+n"), QStringLiteral("ctrl+a")});
         mDesk->type(QStringLiteral("1ABCDEF0#C0FFEE"));
         mDesk->press({QStringLiteral("Return")});
-        QCOMPARE(busdump.waitForStatus(), 0);
-        QCOMPARE(framesOf(busdump.output()), QList<QByteArray>{"1ABCDEF0#C0FFEE"});
+        QCOMPARE(dump.waitForStatus(), 0);
+        QCOMPARE(framesOf(dump.output()), QList<QByteArray>{"1ABCDEF0#C0FFEE"});
     }
 
     // With BUSDESK_PICTURE in the environment the buses run for a minute before, and the picture is kept there.
@@ -133,12 +114,10 @@ private Q_SLOTS:
     {
         const QString kept = qEnvironmentVariable("BUSDESK_PICTURE");
         connectAll();
-        Program drive(QStringLiteral(BUSPLAY_PROGRAM),
-                      {QStringLiteral("--adapter"), bus(mPort), logFile(machineLog(90000))});
-        Program sensors(QStringLiteral(BUSCYCLE_PROGRAM),
-                        {QStringLiteral("--adapter"), bus(mOtherPort), QStringLiteral("--interval"),
-                         QStringLiteral("15"), QStringLiteral("--sync-max"), QStringLiteral("240"),
-                         QStringLiteral("1A0#00")});
+        Program drive(busplay, {QStringLiteral("--adapter"), virtualBus(mPort), writeFile(machineLog(90000))});
+        Program sensors(buscycle, {QStringLiteral("--adapter"), virtualBus(mOtherPort), QStringLiteral("--interval"),
+                                   QStringLiteral("15"), QStringLiteral("--sync-max"), QStringLiteral("240"),
+                                   QStringLiteral("1A0#00")});
         drive.start();
         sensors.start();
         if (!kept.isEmpty())
@@ -180,11 +159,9 @@ private Q_SLOTS:
     }
 
 private:
-    static QString bus(quint16 port) { return QStringLiteral("virtual:%1").arg(port); }
-
-    static void run(const char *path, const QStringList &arguments)
+    static void run(const QString &path, const QStringList &arguments)
     {
-        Program program(QString::fromLatin1(path), arguments);
+        Program program(path, arguments);
         program.start();
         QCOMPARE(program.waitForStatus(), 0);
     }
@@ -194,15 +171,6 @@ private:
         mDesk->press({QStringLiteral("alt+c")});
         QTRY_COMPARE_WITH_TIMEOUT(udpSocketsOnPort(mPort), 1, PatienceMs);
         QTRY_COMPARE_WITH_TIMEOUT(udpSocketsOnPort(mOtherPort), 1, PatienceMs);
-    }
-
-    QString logFile(const QByteArray &log)
-    {
-        QString path = mFolder.filePath(QStringLiteral("played.log"));
-        QFile file(path);
-        if (!file.open(QIODevice::WriteOnly) || file.write(log) != log.size())
-            qFatal("no file for the test");
-        return path;
     }
 
     QByteArray saveTrace()
