@@ -7,6 +7,7 @@
 
 #include <QtWidgets/QSpinBox>
 
+#include <numeric>
 #include <random>
 #include <string>
 
@@ -83,6 +84,42 @@ bool isColored(const QImage &image, const QPointF &place, std::size_t line)
                + std::abs(seen.blue() - color.blue())
            < 120;
 }
+
+// The load of adapter 1, which was told 250 kbit/s, and of adapter 2, which has no rate.
+class TwoRates
+{
+public:
+    TwoRates()
+    {
+        const buslink::AdapterSettings settings{{}, false, 250};
+        const QString error = mDesk.add(buslink::createAdapter(QStringLiteral("can4linux:/dev/none"), settings), {});
+        if (!error.isEmpty() || !addVirtual(mDesk, 40000).isEmpty())
+            qFatal("no adapters");
+    }
+
+    void set(const char *field, int rate) { part<QSpinBox>(mPanel, field)->setValue(rate); }
+    /// Has an adapter see a frame a hundred times.
+    void append(quint16 adapter, const char *frame) { mPanel.append({100, seenBy(adapter, frame)}); }
+    /// How many frames the plot shows for an adapter, of all seconds together.
+    double frames(quint16 adapter) { return shown("framesPlot", adapter); }
+    /// The load of all seconds together.
+    double load(quint16 adapter) { return shown("loadPlot", adapter); }
+
+private:
+    double shown(const char *plot, quint16 adapter)
+    {
+        mPanel.showLoad();
+        double sum = 0;
+        for (const SecondsPlot::Line &line : part<SecondsPlot>(mPanel, plot)->lines()) {
+            if (line.name == QStringLiteral("adapter %1").arg(adapter))
+                sum = std::accumulate(line.values.begin(), line.values.end(), sum);
+        }
+        return sum;
+    }
+
+    buslink::AdapterDesk mDesk;
+    buslink::LoadPanel mPanel{&mDesk};
+};
 
 } // namespace
 
@@ -249,6 +286,54 @@ private Q_SLOTS:
         QVERIFY(!isColored(image, plot.place(30, 50), 1));
         QVERIFY(plot.place(0, 0).x() > plot.place(60, 0).x());
         QVERIFY(plot.place(0, 100).y() < plot.place(0, 0).y());
+    }
+
+    void aRateThatAnAdapterWasToldHoldsForItAlone()
+    {
+        TwoRates bus;
+        bus.set("loadNominal", 1000);
+        bus.append(1, "555#");
+        bus.append(2, "555#");
+        // 100 frames of 48 bits, of 4 us and of 1 us.
+        QTRY_COMPARE_WITH_TIMEOUT(bus.frames(2), 100.0, PatienceMs);
+        QCOMPARE(bus.frames(1), 100.0);
+        QCOMPARE(bus.load(1), 1.92);
+        QCOMPARE(bus.load(2), 0.48);
+    }
+
+    void theRateOfTheDataPhaseHoldsForAll()
+    {
+        TwoRates bus;
+        bus.set("loadNominal", 1000);
+        bus.set("loadData", 4000);
+        bus.append(1, "555##1");
+        bus.append(2, "555##1");
+        // 29 bits as above, and 33 of 0.25 us.
+        QTRY_COMPARE_WITH_TIMEOUT(bus.frames(2), 100.0, PatienceMs);
+        QCOMPARE(bus.load(1), 1.2425);
+        QCOMPARE(bus.load(2), 0.3725);
+    }
+
+    void aChangedRateHoldsForFramesFromThenOn_data()
+    {
+        QTest::addColumn<QByteArray>("field");
+        QTest::addColumn<int>("rate");
+        QTest::addColumn<double>("load");
+        // 100 frames of 29 bits of 2 us and 33 of 0.5 us; of the next hundred the one or the other take twice as long.
+        QTest::newRow("nominal") << QByteArray("loadNominal") << 250 << 2 * 0.745 + 0.58;
+        QTest::newRow("data phase") << QByteArray("loadData") << 1000 << 2 * 0.745 + 0.165;
+    }
+
+    void aChangedRateHoldsForFramesFromThenOn()
+    {
+        QFETCH(QByteArray, field);
+        QFETCH(int, rate);
+        TwoRates bus;
+        bus.append(2, "555##1");
+        bus.set(field.constData(), rate);
+        bus.append(2, "555##1");
+        QTRY_COMPARE_WITH_TIMEOUT(bus.frames(2), 200.0, PatienceMs);
+        QTEST(bus.load(2), "load");
     }
 
     void whatWasSentIsSeenInThePlots()
