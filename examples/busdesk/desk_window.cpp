@@ -16,7 +16,6 @@
 #include <QtGui/QGuiApplication>
 #include <QtGui/QScreen>
 #include <QtWidgets/QLabel>
-#include <QtWidgets/QPushButton>
 #include <QtWidgets/QShortcut>
 #include <QtWidgets/QSplitter>
 #include <QtWidgets/QStatusBar>
@@ -54,10 +53,6 @@ DeskWindow::DeskWindow()
     addPages();
     setCentralWidget(halves);
     statusBar()->addWidget(mLamp);
-    // Some styles leave long texts no room beside them.
-    const auto buttons = findChildren<QPushButton *>();
-    for (QPushButton *button : buttons)
-        button->setMinimumWidth(button->fontMetrics().horizontalAdvance(button->text()) + 24);
     connect(new QShortcut(QKeySequence::Quit, this), &QShortcut::activated, this, &QWidget::close);
     connect(&mDesk, &AdapterDesk::statusChanged, this, &DeskWindow::showStatus);
     showStatus();
