@@ -75,23 +75,11 @@ void DeskWindow::addPages()
     connect(mReplayPanel, &ReplayPanel::framesWanted, mTracePanel, &TracePanel::append);
 }
 
-// A page that was chosen by its key is worked on by the keyboard.
+// A page that was chosen by its key is worked on by the keyboard. Each has a focus proxy.
 void DeskWindow::focusPage()
 {
-    QWidget *const page = mPages->currentWidget();
-    if (mPages->tabBar()->hasFocus())
-        return;
-    if (page->focusProxy()) {
-        page->setFocus(Qt::ShortcutFocusReason);
-        return;
-    }
-    for (QWidget *one = page->nextInFocusChain(); one != page && page->isAncestorOf(one);
-         one = one->nextInFocusChain()) {
-        if ((one->focusPolicy() & Qt::TabFocus) != 0 && one->isVisibleTo(page) && one->isEnabled()) {
-            one->setFocus(Qt::ShortcutFocusReason);
-            return;
-        }
-    }
+    if (!mPages->tabBar()->hasFocus())
+        mPages->currentWidget()->setFocus(Qt::ShortcutFocusReason);
 }
 
 // Every identifier above, every frame below.
@@ -101,6 +89,7 @@ QWidget *DeskWindow::traffic()
     auto *const table = named<QTableView>("identifiers", QString());
     parts->addWidget(table);
     parts->addWidget(mTracePanel);
+    parts->setFocusProxy(table);
     parts->setStretchFactor(0, 2);
     parts->setStretchFactor(1, 3);
     parts->setContentsMargins(9, 9, 9, 0);

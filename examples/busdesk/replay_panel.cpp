@@ -78,6 +78,7 @@ void ReplayPanel::addParts()
     layout->addLayout(bar);
     layout->addWidget(mProblem);
     layout->addStretch();
+    setFocusProxy(choose);
     mFile->setText(tr("no recording"));
     mFile->setTextFormat(Qt::PlainText);
     mProblem->setTextFormat(Qt::PlainText);
