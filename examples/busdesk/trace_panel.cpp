@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "busdesk/trace_panel.h"
 
+#include "busdesk/adapter_choice.h"
 #include "busdesk/adapter_desk.h"
 #include "busdesk/frame_table.h"
 #include "busdesk/frame_texts.h"
@@ -46,8 +47,8 @@ TracePanel::TracePanel(AdapterDesk *desk)
     auto *const copy = new QShortcut(QKeySequence::Copy, this);
     copy->setContext(Qt::WidgetWithChildrenShortcut);
     connect(copy, &QShortcut::activated, this, &TracePanel::copySelected);
-    connect(mDesk, &AdapterDesk::setChanged, this, &TracePanel::offerAdapters);
-    offerAdapters();
+    connect(mDesk, &AdapterDesk::setChanged, this, &TracePanel::offer);
+    offer();
     showCount();
 }
 
@@ -87,16 +88,10 @@ void TracePanel::addControls()
     });
 }
 
-void TracePanel::offerAdapters()
+void TracePanel::offer()
 {
-    const QVariant chosen = mAdapter->currentData();
     const QSignalBlocker quiet(mAdapter);
-    mAdapter->clear();
-    mAdapter->addItem(tr("all adapters"), 0);
-    const QList<AbstractCanAdapter *> adapters = mDesk->adapters();
-    for (AbstractCanAdapter *adapter : adapters)
-        mAdapter->addItem(tr("adapter %1").arg(adapter->getId()), adapter->getId());
-    mAdapter->setCurrentIndex(std::max(0, mAdapter->findData(chosen)));
+    offerAdapters(*mAdapter, mDesk->adapters(), tr("all adapters"));
     applyFilter();
 }
 

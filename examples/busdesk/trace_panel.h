@@ -41,7 +41,7 @@ Q_SIGNALS:
 private:
     void addControls();
     void applyFilter();
-    void offerAdapters();
+    void offer();
     void copySelected();
     void saveAs();
     void showCount();
