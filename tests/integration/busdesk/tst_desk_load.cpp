@@ -33,6 +33,11 @@ CAN::CanRxMessage seenBy(quint16 adapter, const char *text)
     return record;
 }
 
+void add(LoadHistory &history, const CAN::CanRxMessage &frame, const buslink::BusRates &rates, qint64 nowMs)
+{
+    history.add(frame.adapterId, {1, buslink::busyNs(frame.message, rates)}, nowMs);
+}
+
 std::string digits(quint32 value, int count)
 {
     std::string text;
@@ -215,10 +220,10 @@ private Q_SLOTS:
     {
         LoadHistory history;
         const CAN::CanRxMessage frame = seenBy(1, "555#"); // 48 bits, 96 us
-        history.add(frame, {}, 0);
-        history.add(frame, {}, 999);
-        history.add(frame, {}, 1000);
-        history.add(seenBy(2, "555#"), {1000, 1}, 1500);
+        add(history, frame, {}, 0);
+        add(history, frame, {}, 999);
+        add(history, frame, {}, 1000);
+        add(history, seenBy(2, "555#"), {1000, 1}, 1500);
         QCOMPARE(history.seconds(1, 999), std::vector<LoadHistory::Second>(60));
         const auto first = history.seconds(1, 1999);
         QCOMPARE(first.size(), std::size_t(60));
@@ -233,12 +238,12 @@ private Q_SLOTS:
     void aMinuteLaterNothingIsLeft()
     {
         LoadHistory history;
-        history.add(seenBy(3, "555#"), {}, 5000);
+        add(history, seenBy(3, "555#"), {}, 5000);
         QCOMPARE(history.seconds(3, 65999).front().frames, 1U);
         QCOMPARE(history.adapters(65999), std::vector<quint16>{3});
         QCOMPARE(history.seconds(3, 66000), std::vector<LoadHistory::Second>(60));
         QVERIFY(history.adapters(66000).empty());
-        history.add(seenBy(3, "555#"), {}, 5000 + 61000);
+        add(history, seenBy(3, "555#"), {}, 5000 + 61000);
         QCOMPARE(history.seconds(3, 67000).back().frames, 1U);
         QCOMPARE(history.seconds(3, 67000).front().frames, 0U);
     }
@@ -247,7 +252,7 @@ private Q_SLOTS:
     {
         LoadHistory history;
         for (int i = 0; i < 10000; ++i) // 50 bits each
-            history.add(seenBy(1, "15A#"), {}, 100);
+            add(history, seenBy(1, "15A#"), {}, 100);
         const int bits = buslink::frameBits(seenBy(1, "15A#").message).nominal;
         QCOMPARE(history.seconds(1, 1000).back().loadPercent(), 10000.0 * bits / 500000 * 100);
     }
