@@ -139,14 +139,19 @@ private Q_SLOTS:
     void helpAndVersionNeedNoScreen_data()
     {
         QTest::addColumn<QString>("argument");
+        QTest::addColumn<int>("status");
         QTest::addColumn<QByteArray>("beginning");
-        QTest::newRow("help") << QStringLiteral("--help") << QByteArray("Usage: ");
-        QTest::newRow("version") << QStringLiteral("--version") << QByteArray("busdesk ");
+        QTest::addColumn<QByteArray>("errors");
+        QTest::newRow("help") << QStringLiteral("--help") << 0 << QByteArray("Usage: ") << QByteArray();
+        QTest::newRow("version") << QStringLiteral("--version") << 0 << QByteArray("busdesk ") << QByteArray();
+        QTest::newRow("no such help") << QStringLiteral("--help-all") << 2 << QByteArray()
+                                      << QByteArray("busdesk: Unknown option 'help-all'.\n");
     }
 
     void helpAndVersionNeedNoScreen()
     {
         QFETCH(QString, argument);
+        QFETCH(int, status);
         QFETCH(QByteArray, beginning);
         Program desk(QStringLiteral(BUSDESK_PROGRAM), {argument});
         QProcessEnvironment environment = desk.process().processEnvironment();
@@ -154,8 +159,9 @@ private Q_SLOTS:
         environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
         desk.process().setProcessEnvironment(environment);
         desk.start();
-        QCOMPARE(desk.waitForStatus(), 0);
+        QCOMPARE(desk.waitForStatus(), status);
         QVERIFY(desk.output().startsWith(beginning));
+        QTEST(desk.errors(), "errors");
     }
 
 private:
