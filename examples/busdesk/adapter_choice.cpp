@@ -8,22 +8,29 @@
 
 namespace buslink {
 
-AdapterChoice::AdapterChoice(AdapterDesk *desk) : mDesk(desk)
+void offerAdapters(QComboBox &box, const QList<AbstractCanAdapter *> &adapters, const QString &otherwise)
 {
-    connect(mDesk, &AdapterDesk::setChanged, this, &AdapterChoice::offerAdapters);
-    offerAdapters();
+    const QVariant chosen = box.currentData();
+    box.clear();
+    if (!otherwise.isEmpty())
+        box.addItem(otherwise, 0);
+    for (AbstractCanAdapter *adapter : adapters)
+        box.addItem(AdapterChoice::tr("adapter %1").arg(adapter->getId()), adapter->getId());
+    box.setCurrentIndex(std::max(0, box.findData(chosen)));
 }
 
-void AdapterChoice::offerAdapters()
+AdapterChoice::AdapterChoice(AdapterDesk *desk) : mDesk(desk)
 {
-    const QVariant chosen = currentData();
-    clear();
-    const QList<AbstractCanAdapter *> adapters = mDesk->adapters();
-    for (AbstractCanAdapter *adapter : adapters) {
-        if (carriesFrames(*adapter))
-            addItem(tr("adapter %1").arg(adapter->getId()), adapter->getId());
-    }
-    setCurrentIndex(std::max(0, findData(chosen)));
+    connect(mDesk, &AdapterDesk::setChanged, this, &AdapterChoice::offer);
+    offer();
+}
+
+void AdapterChoice::offer()
+{
+    QList<AbstractCanAdapter *> adapters = mDesk->adapters();
+    const auto carriesNone = [](const AbstractCanAdapter *adapter) { return !carriesFrames(*adapter); };
+    adapters.erase(std::remove_if(adapters.begin(), adapters.end(), carriesNone), adapters.end());
+    offerAdapters(*this, adapters);
 }
 
 AbstractCanAdapter *AdapterChoice::openAdapter()

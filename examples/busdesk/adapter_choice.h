@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QtCore/QList>
 #include <QtWidgets/QComboBox>
 
 class AbstractCanAdapter;
@@ -8,6 +9,9 @@ class AbstractCanAdapter;
 namespace buslink {
 
 class AdapterDesk;
+
+/// Fills a box with adapters, behind what else there is to choose; what was chosen stays so where it is still there.
+void offerAdapters(QComboBox &box, const QList<AbstractCanAdapter *> &adapters, const QString &otherwise = QString());
 
 /// Chooses where frames go: one of the adapters that carry any.
 class AdapterChoice : public QComboBox
@@ -24,7 +28,7 @@ Q_SIGNALS:
     void refused(const QString &why);
 
 private:
-    void offerAdapters();
+    void offer();
 
     AdapterDesk *mDesk;
 };

@@ -122,7 +122,7 @@ QString AdapterDesk::replace(unsigned short id, AdapterArgument argument, const 
     if (!argument.adapter)
         return argument.error;
     if (!old)
-        return tr("there is no adapter %1").arg(id);
+        return noAdapter(QString::number(id));
     if (old->isRunning() || status(old).open)
         return tr("adapter %1 is connected").arg(id);
     A *const fresh = argument.adapter.release();

@@ -110,6 +110,7 @@ BitTimingPage::BitTimingPage()
     mResult->setTextInteractionFlags(Qt::TextSelectableByMouse);
     addWanted(wanted);
     addLimits(limitsForm);
+    setFocusProxy(mClock);
     compute();
 }
 

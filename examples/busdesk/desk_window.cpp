@@ -16,7 +16,6 @@
 #include <QtGui/QGuiApplication>
 #include <QtGui/QScreen>
 #include <QtWidgets/QLabel>
-#include <QtWidgets/QPushButton>
 #include <QtWidgets/QShortcut>
 #include <QtWidgets/QSplitter>
 #include <QtWidgets/QStatusBar>
@@ -54,10 +53,6 @@ DeskWindow::DeskWindow()
     addPages();
     setCentralWidget(halves);
     statusBar()->addWidget(mLamp);
-    // Some styles leave long texts no room beside them.
-    const auto buttons = findChildren<QPushButton *>();
-    for (QPushButton *button : buttons)
-        button->setMinimumWidth(button->fontMetrics().horizontalAdvance(button->text()) + 24);
     connect(new QShortcut(QKeySequence::Quit, this), &QShortcut::activated, this, &QWidget::close);
     connect(&mDesk, &AdapterDesk::statusChanged, this, &DeskWindow::showStatus);
     showStatus();
@@ -80,23 +75,11 @@ void DeskWindow::addPages()
     connect(mReplayPanel, &ReplayPanel::framesWanted, mTracePanel, &TracePanel::append);
 }
 
-// A page that was chosen by its key is worked on by the keyboard.
+// A page that was chosen by its key is worked on by the keyboard. Each has a focus proxy.
 void DeskWindow::focusPage()
 {
-    QWidget *const page = mPages->currentWidget();
-    if (mPages->tabBar()->hasFocus())
-        return;
-    if (page->focusProxy()) {
-        page->setFocus(Qt::ShortcutFocusReason);
-        return;
-    }
-    for (QWidget *one = page->nextInFocusChain(); one != page && page->isAncestorOf(one);
-         one = one->nextInFocusChain()) {
-        if ((one->focusPolicy() & Qt::TabFocus) != 0 && one->isVisibleTo(page) && one->isEnabled()) {
-            one->setFocus(Qt::ShortcutFocusReason);
-            return;
-        }
-    }
+    if (!mPages->tabBar()->hasFocus())
+        mPages->currentWidget()->setFocus(Qt::ShortcutFocusReason);
 }
 
 // Every identifier above, every frame below.
@@ -106,6 +89,7 @@ QWidget *DeskWindow::traffic()
     auto *const table = named<QTableView>("identifiers", QString());
     parts->addWidget(table);
     parts->addWidget(mTracePanel);
+    parts->setFocusProxy(table);
     parts->setStretchFactor(0, 2);
     parts->setStretchFactor(1, 3);
     parts->setContentsMargins(9, 9, 9, 0);

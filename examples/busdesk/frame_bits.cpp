@@ -11,7 +11,9 @@ constexpr int Acknowledge = 2; // slot and delimiter
 constexpr int EndAndPause = 7 + 3;
 constexpr int LengthOfShortCrc = 16; // longest CAN FD payload with the CRC of 17 bits
 
-// Counts what is sent of a frame, with a bit of the other kind behind five alike, and keeps the classic CRC.
+// Counts what is sent of a frame, with a bit of the other kind behind five alike, and reckons the classic CRC if
+// wanted.
+template <bool ReckonsCrc>
 class StuffedBits
 {
 public:
@@ -21,7 +23,8 @@ public:
         mRun = bit == mLast ? mRun + 1 : 1;
         mLast = bit;
         ++mCount;
-        mCrc = (mCrc << 1U & 0x7FFFU) ^ (bit != ((mCrc >> 14U & 1U) != 0) ? 0x4599U : 0U);
+        if constexpr (ReckonsCrc)
+            mCrc = (mCrc << 1U & 0x7FFFU) ^ (bit != ((mCrc >> 14U & 1U) != 0) ? 0x4599U : 0U);
     }
     void add(quint32 value, int bits)
     {
@@ -48,7 +51,8 @@ private:
 };
 
 // The start of the frame, the identifier, and the bits around it up to the one that tells a remote frame.
-void addIdentifier(StuffedBits &bits, const CAN::CanMessage &message, bool remote)
+template <typename Bits>
+void addIdentifier(Bits &bits, const CAN::CanMessage &message, bool remote)
 {
     bits.add(false);
     if (message.isExtended) {
@@ -65,7 +69,7 @@ void addIdentifier(StuffedBits &bits, const CAN::CanMessage &message, bool remot
 
 FrameBits classicBits(const CAN::CanMessage &message)
 {
-    StuffedBits bits;
+    StuffedBits<true> bits;
     const quint32 length = std::min<quint32>(message.length, 8);
     addIdentifier(bits, message, message.isRtr);
     bits.add(0, message.isExtended ? 2 : 1); // reserved
@@ -82,7 +86,7 @@ FrameBits classicBits(const CAN::CanMessage &message)
 // every fourth bit, instead of one that a run would need.
 FrameBits fdBits(const CAN::CanMessage &message)
 {
-    StuffedBits bits;
+    StuffedBits<false> bits; // the length of its CRC does not depend on its value
     const auto fitting = std::lower_bound(canFdLengths.begin(), canFdLengths.end() - 1, message.length);
     const quint32 length = message.length > 8 ? *fitting : message.length;
     addIdentifier(bits, message, false);

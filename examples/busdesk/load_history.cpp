@@ -3,15 +3,15 @@
 
 namespace buslink {
 
-void LoadHistory::add(const CAN::CanRxMessage &frame, const BusRates &rates, qint64 nowMs)
+void LoadHistory::add(quint16 adapterId, const Second &seen, qint64 nowMs)
 {
-    auto &counts = mCounts[frame.adapterId];
+    auto &counts = mCounts[adapterId];
     const qint64 second = nowMs / 1000;
     Count &count = counts.at(static_cast<std::size_t>(second) % counts.size());
     if (count.second != second)
         count = {second, {}};
-    ++count.sum.frames;
-    count.sum.busyNs += busyNs(frame.message, rates);
+    count.sum.frames += seen.frames;
+    count.sum.busyNs += seen.busyNs;
 }
 
 std::vector<LoadHistory::Second> LoadHistory::seconds(quint16 adapterId, qint64 nowMs) const

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "busdesk/frame_bits.h"
+#include <QtCore/qglobal.h>
 
 #include <array>
 #include <map>
@@ -27,8 +27,8 @@ public:
         bool operator==(const Second &) const = default;
     };
 
-    /// Counts a frame into the second that it came in.
-    void add(const CAN::CanRxMessage &frame, const BusRates &rates, qint64 nowMs);
+    /// Adds what an adapter saw to the second that is under way.
+    void add(quint16 adapterId, const Second &seen, qint64 nowMs);
     /// The seconds that are over, the oldest first; the one under way is not among them.
     std::vector<Second> seconds(quint16 adapterId, qint64 nowMs) const;
     /// The adapters that saw frames in these seconds, in ascending order.

@@ -11,6 +11,7 @@
 #include <QtWidgets/QSpinBox>
 #include <QtWidgets/QVBoxLayout>
 
+#include <map>
 #include <utility>
 
 namespace buslink {
@@ -61,13 +62,23 @@ BusRates LoadPanel::ratesOf(quint16 adapterId) const
 
 void LoadPanel::append(const std::vector<CAN::CanRxMessage> &frames)
 {
-    const qint64 now = mClock.elapsed();
-    QHash<quint16, BusRates> rates;
+    struct Seen
+    {
+        BusRates rates;
+        LoadHistory::Second sum;
+    };
+    std::map<quint16, Seen> adapters;
     for (const CAN::CanRxMessage &frame : frames) {
-        if (!rates.contains(frame.adapterId))
-            rates.insert(frame.adapterId, ratesOf(frame.adapterId));
-        mHistory.add(frame, rates[frame.adapterId], now);
+        const auto [entry, isNew] = adapters.try_emplace(frame.adapterId);
+        Seen &seen = entry->second;
+        if (isNew)
+            seen.rates = ratesOf(frame.adapterId);
+        ++seen.sum.frames;
+        seen.sum.busyNs += busyNs(frame.message, seen.rates);
     }
+    const qint64 now = mClock.elapsed();
+    for (const auto &[id, seen] : adapters)
+        mHistory.add(id, seen.sum, now);
 }
 
 void LoadPanel::showLoad()

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "busdesk/frame_bits.h"
 #include "busdesk/load_history.h"
 
 #include <QtCore/QElapsedTimer>

@@ -21,12 +21,12 @@ Exit status:
   0       the window was closed
   2       wrong arguments)";
 
-// Help and version are told where there is no screen as well.
+// Help and version are told where there is no screen as well, and so is what is mistaken for help.
 bool needsScreen(int argc, char **argv)
 {
     return std::none_of(argv + 1, argv + argc, [](const char *argument) {
         const std::string_view text(argument);
-        return text == "-h" || text == "--help" || text == "-v" || text == "--version";
+        return text == "-h" || text.starts_with("--help") || text == "-v" || text == "--version";
     });
 }
 

@@ -12,9 +12,8 @@ namespace {
 
 // Frames without pauses between them must not keep the window from its other work.
 constexpr int BatchMax = 200;
-// A full transmit buffer empties at the speed of the bus.
-constexpr qint64 RetryPauseUs = 1000;
-
+// Well below what a line may be behind, so that it does not run empty.
+constexpr qint64 LinePauseUs = 50000;
 } // namespace
 
 Replay::Replay()
@@ -36,6 +35,7 @@ void Replay::start(AbstractCanAdapter *adapter)
     if (!mRecording)
         return;
     mAdapter = adapter;
+    mLine.emplace().setAdapter(*adapter);
     mNext = 0;
     mPaused = false;
     mStartUs = monotonicUs();
@@ -90,10 +90,15 @@ void Replay::proceed()
 
 bool Replay::writeNext()
 {
+    if (!mLine->hasRoom()) {
+        mTimer.startAt(monotonicUs() + LinePauseUs);
+        return false;
+    }
     const Recording::Frame &frame = mRecording->frames[mNext];
     CAN::CanMessage message = frame.record.message;
     switch (mAdapter->write(&message)) {
     case CAN::RetOk:
+        mLine->frameQueued(message);
         ++mNext;
         return true;
     case CAN::RetTxBufferFull:

@@ -3,13 +3,17 @@
 
 #include "busdesk/recording.h"
 #include "busplay/deadline_timer.h"
+#include "common/serial_line.h"
+
+#include <optional>
 
 class AbstractCanAdapter;
 
 namespace buslink {
 
 /// Writes the frames of a recording to an adapter that is open, with the recorded pauses. A frame that comes late is
-/// written at once, and what one is late is not carried over to those behind it.
+/// written at once, and what one is late is not carried over to those behind it. The queue of a serial port is kept
+/// short: it has no limit, and what waits there is sent after a stop as well.
 class Replay : public QObject
 {
     Q_OBJECT
@@ -47,6 +51,7 @@ private:
 
     AbstractCanAdapter *mAdapter = nullptr;
     std::shared_ptr<const Recording> mRecording;
+    std::optional<SerialLine> mLine; // anew for each start
     DeadlineTimer mTimer;
     std::size_t mNext = 0;
     bool mPaused = false;

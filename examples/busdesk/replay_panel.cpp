@@ -25,7 +25,8 @@ QString secondsText(qint64 us)
 
 ReplayPanel::ReplayPanel(AdapterDesk *desk)
     : mAdapter(named<AdapterChoice>("replayAdapter", tr("Where the frames go"), desk))
-    , mPlay(named<QPushButton>("replayPlay", tr("Writes the frames with their recorded pauses; holds them meanwhile")))
+    , mPlay(named<QPushButton>("replayPlay", tr("Writes the frames with their recorded pauses; holds them meanwhile"),
+                               tr("&Play on"))) // the longest of its texts
     , mStop(named<QPushButton>("replayStop", tr("Ends the replay; the next one begins with the first frame"),
                                tr("St&op")))
     , mShow(named<QPushButton>("replayShow", tr("Adds the frames to the trace, without sending them"),
@@ -77,6 +78,7 @@ void ReplayPanel::addParts()
     layout->addLayout(bar);
     layout->addWidget(mProblem);
     layout->addStretch();
+    setFocusProxy(choose);
     mFile->setText(tr("no recording"));
     mFile->setTextFormat(Qt::PlainText);
     mProblem->setTextFormat(Qt::PlainText);

@@ -24,6 +24,7 @@ public:
     SecondsPlot(const QString &title, int seconds);
 
     void setLines(std::vector<Line> lines);
+    const std::vector<Line> &lines() const { return mLines; }
     /// Where a value lies that is so many seconds old.
     QPointF place(int age, double value) const;
     /// The end of the value axis: 1, 2 or 5 with zeros, at least 10, and no value is above it.

@@ -143,13 +143,15 @@ void SendRow::showSent()
     mSent->setText(tr("%1 sent").arg(mSentBefore + mJob.sentFrames()));
 }
 
-SendPanel::SendPanel(AdapterDesk *desk) : mDesk(desk), mRows(new QVBoxLayout)
+SendPanel::SendPanel(AdapterDesk *desk)
+    : mDesk(desk)
+    , mAdd(named<QPushButton>("addFrame", tr("Adds another frame to send"), tr("Add &frame")))
+    , mRows(new QVBoxLayout)
 {
-    auto *const add = named<QPushButton>("addFrame", tr("Adds another frame to send"), tr("Add &frame"));
     auto *const scroll = new QScrollArea;
     auto *const inside = new QWidget;
     auto *const insideLayout = new QVBoxLayout(inside);
-    insideLayout->addWidget(add, 0, Qt::AlignLeft);
+    insideLayout->addWidget(mAdd, 0, Qt::AlignLeft);
     insideLayout->addLayout(mRows);
     insideLayout->addStretch();
     scroll->setWidget(inside);
@@ -160,7 +162,8 @@ SendPanel::SendPanel(AdapterDesk *desk) : mDesk(desk), mRows(new QVBoxLayout)
     inside->setAutoFillBackground(false);
     auto *const layout = new QVBoxLayout(this);
     layout->addWidget(scroll);
-    connect(add, &QPushButton::clicked, this, &SendPanel::addRow);
+    connect(mAdd, &QPushButton::clicked, this, &SendPanel::addRow);
+    setFocusProxy(mAdd);
     addRow();
 }
 
@@ -169,10 +172,15 @@ void SendPanel::addRow()
     auto *const row = new SendRow(mDesk);
     row->setObjectName(QStringLiteral("sendRow"));
     mRows->addWidget(row);
-    if (!focusProxy())
-        setFocusProxy(row->findChild<QLineEdit *>());
+    auto *const field = row->findChild<QLineEdit *>(QStringLiteral("sendFrame"));
+    if (focusProxy() == mAdd)
+        setFocusProxy(field);
     connect(row, &SendRow::told, this, &SendPanel::told);
-    connect(row, &SendRow::removed, row, &QObject::deleteLater);
+    connect(row, &SendRow::removed, this, [this, row, field] {
+        if (focusProxy() == field)
+            setFocusProxy(mAdd);
+        row->deleteLater();
+    });
 }
 
 void SendPanel::showSent()

@@ -67,6 +67,7 @@ private:
     void addRow();
 
     AdapterDesk *mDesk;
+    QPushButton *mAdd;
     QVBoxLayout *mRows;
 };
 

@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "busdesk/trace_panel.h"
 
+#include "busdesk/adapter_choice.h"
 #include "busdesk/adapter_desk.h"
 #include "busdesk/frame_table.h"
 #include "busdesk/frame_texts.h"
 #include "busdesk/named_widgets.h"
 #include "busdesk/trace_model.h"
+#include "common/file_replacement.h"
 
 #include <QtCore/QRegularExpression>
-#include <QtCore/QSaveFile>
 #include <QtGui/QClipboard>
 #include <QtGui/QGuiApplication>
 #include <QtWidgets/QCheckBox>
@@ -46,8 +47,8 @@ TracePanel::TracePanel(AdapterDesk *desk)
     auto *const copy = new QShortcut(QKeySequence::Copy, this);
     copy->setContext(Qt::WidgetWithChildrenShortcut);
     connect(copy, &QShortcut::activated, this, &TracePanel::copySelected);
-    connect(mDesk, &AdapterDesk::setChanged, this, &TracePanel::offerAdapters);
-    offerAdapters();
+    connect(mDesk, &AdapterDesk::setChanged, this, &TracePanel::offer);
+    offer();
     showCount();
 }
 
@@ -87,16 +88,10 @@ void TracePanel::addControls()
     });
 }
 
-void TracePanel::offerAdapters()
+void TracePanel::offer()
 {
-    const QVariant chosen = mAdapter->currentData();
     const QSignalBlocker quiet(mAdapter);
-    mAdapter->clear();
-    mAdapter->addItem(tr("all adapters"), 0);
-    const QList<AbstractCanAdapter *> adapters = mDesk->adapters();
-    for (AbstractCanAdapter *adapter : adapters)
-        mAdapter->addItem(tr("adapter %1").arg(adapter->getId()), adapter->getId());
-    mAdapter->setCurrentIndex(std::max(0, mAdapter->findData(chosen)));
+    offerAdapters(*mAdapter, mDesk->adapters(), tr("all adapters"));
     applyFilter();
 }
 
@@ -143,12 +138,13 @@ void TracePanel::copySelected()
 
 QString TracePanel::saveTo(const QString &path) const
 {
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return tr("%1: %2").arg(path, file.errorString());
-    for (int row = 0; row < mModel->rowCount(); ++row)
-        file.write(logText(mModel->frameAt(row)).toLatin1() + '\n');
-    return file.commit() ? QString() : tr("%1: %2").arg(path, file.errorString());
+    FileReplacement file(path);
+    for (int row = 0; row < mModel->rowCount(); ++row) {
+        if (!file.write(logText(mModel->frameAt(row)).toLatin1() + '\n'))
+            break;
+    }
+    const QString error = file.commit();
+    return error.isEmpty() ? QString() : tr("%1: %2").arg(path, error);
 }
 
 void TracePanel::saveAs()

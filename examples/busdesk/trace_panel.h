@@ -29,7 +29,8 @@ public:
 
     void append(const std::vector<CAN::CanRxMessage> &frames);
     TraceModel *model() { return mModel; }
-    /// Writes the frames that are shown to a file, in the candump log form. Returns why not, or an empty text.
+    /// Writes the frames that are shown to a file, in the candump log form; one that is there is replaced as a whole
+    /// or not at all. Returns why not, or an empty text.
     QString saveTo(const QString &path) const;
 
 Q_SIGNALS:
@@ -40,7 +41,7 @@ Q_SIGNALS:
 private:
     void addControls();
     void applyFilter();
-    void offerAdapters();
+    void offer();
     void copySelected();
     void saveAs();
     void showCount();

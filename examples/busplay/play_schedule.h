@@ -7,6 +7,9 @@
 
 namespace buslink {
 
+/// How long to wait for room for the next frame, in µs: a full transmit buffer empties at the speed of the bus.
+constexpr qint64 RetryPauseUs = 1000;
+
 /// When the frames of a recording are due. All times count from the first frame, so that what one frame
 /// is late is not carried over to those behind it. Where a recording goes back in time there is no pause.
 class PlaySchedule

@@ -5,13 +5,6 @@
 
 namespace buslink {
 
-namespace {
-
-// A full transmit buffer empties at the speed of the bus.
-constexpr qint64 RetryPauseUs = 1000;
-
-} // namespace
-
 Player::Player(LineSource *source, Settings settings)
     : mSource(source), mSettings(settings), mEchoes(settings.echoTimeoutMs)
 {

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "bussets/set_file.h"
 
+#include "common/file_replacement.h"
+
 #include <QtCore/QCryptographicHash>
 #include <QtCore/QFile>
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
-#include <QtCore/QSaveFile>
 
 #include <optional>
 
@@ -108,13 +109,9 @@ SetFile loadSet(const QString &path)
 
 QString saveSet(const QString &path, const QVector<SavedAdapter> &adapters)
 {
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return file.errorString();
-    // The commit replaces the old file even where its own flush of what was written has failed.
-    const QByteArray bytes = encodeSet(adapters);
-    const bool written = file.write(bytes) == bytes.size() && file.flush();
-    return written && file.commit() ? QString() : file.errorString();
+    FileReplacement file(path);
+    file.write(encodeSet(adapters));
+    return file.commit();
 }
 
 } // namespace buslink

@@ -14,6 +14,7 @@
 inline const QString buscycle = QStringLiteral(BUSCYCLE_PROGRAM);
 inline const QString busdump = QStringLiteral(BUSDUMP_PROGRAM);
 inline const QString busplay = QStringLiteral(BUSPLAY_PROGRAM);
+inline const QString bussets = QStringLiteral(BUSSETS_PROGRAM);
 constexpr int PatienceMs = 60000;
 /// What `--adapter` takes, as the programs tell it.
 constexpr const char *adapterForms =

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "integration/example_programs.h"
+#include "support/file_content.h"
 #include "support/frame_recorder.h"
 #include "support/open_adapter.h"
 
@@ -13,14 +14,6 @@
 namespace {
 
 const QString variedLog = QStringLiteral(VARIED_LOG);
-
-QByteArray contentOf(const QString &path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        qFatal("cannot read %s", qPrintable(path));
-    return file.readAll();
-}
 
 QVector<quint32> idsOf(const FrameRecorder &recorder)
 {

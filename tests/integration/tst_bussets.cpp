@@ -1,21 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "example_programs.h"
 
+#include "support/file_content.h"
 #include "support/traced_program.h"
 
 #include <csignal>
-
-namespace {
-
-const QString bussets = QStringLiteral(BUSSETS_PROGRAM);
-
-QByteArray contentOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-} // namespace
 
 class TestBussets : public QObject
 {
@@ -216,7 +205,14 @@ private Q_SLOTS:
     {
         QFETCH(int, signal);
         // What finds leaks at the end of a program cannot be traced.
-        qputenv("ASAN_OPTIONS", "detect_leaks=0");
+        const QByteArray options = qgetenv("ASAN_OPTIONS");
+        qputenv("ASAN_OPTIONS", options + ":detect_leaks=0");
+        const auto restored = qScopeGuard([&options] {
+            if (options.isNull())
+                qunsetenv("ASAN_OPTIONS");
+            else
+                qputenv("ASAN_OPTIONS", options);
+        });
         QCOMPARE(run({"--adapter", "virtual:47001", "add"}), 0);
         const QByteArray before = contentOf(mPath);
         QCOMPARE(run({"--adapter", "virtual:47002", "add"}), 0);

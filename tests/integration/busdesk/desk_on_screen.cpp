@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "desk_on_screen.h"
 
+#include "integration/example_programs.h"
+
 #include <QtCore/QStandardPaths>
-#include <QtTest/QtTest>
 
 namespace {
-
-constexpr int PatienceMs = 60000;
-constexpr int GoingMs = 3000;
 
 QStringList words(const char *text)
 {
@@ -34,9 +32,10 @@ QString DeskOnScreen::missing()
     return tools.join(QLatin1Char(' '));
 }
 
-// The server looks for a free number itself.
+// The server looks for a free number itself. It must not begin anew when the tool that looks for the window is the last
+// to leave: the program may be about to connect.
 DeskOnScreen::DeskOnScreen(const QStringList &arguments)
-    : mScreen(QStringLiteral("Xvfb"), words("-displayfd 1 -screen 0 1280x900x24 -nolisten tcp"))
+    : mScreen(QStringLiteral("Xvfb"), words("-displayfd 1 -noreset -screen 0 1280x900x24 -nolisten tcp"))
 {
     mScreen.start();
     if (!QTest::qWaitFor([this] { return mScreen.output().endsWith('\n'); }, PatienceMs))
@@ -81,7 +80,7 @@ bool DeskOnScreen::lookFor(const QString &title)
 
 bool DeskOnScreen::isGone(const QString &title)
 {
-    return QTest::qWaitFor([&] { return windowOf(title).isEmpty(); }, GoingMs);
+    return QTest::qWaitFor([&] { return windowOf(title).isEmpty(); }, PatienceMs);
 }
 
 void DeskOnScreen::press(const QStringList &keys)

@@ -20,7 +20,7 @@ public:
 
     /// Waits for a window with this title, and gives it the keyboard. Returns whether there is one.
     bool lookFor(const QString &title);
-    /// Whether no window has this title; waits some seconds for it to go.
+    /// Waits for windows with this title to go. Returns whether none is left.
     bool isGone(const QString &title);
     /// Presses keys, each by its name, as alt+c.
     void press(const QStringList &keys);

@@ -6,6 +6,8 @@
 #include "busdesk/trace_model.h"
 #include "busdesk/trace_panel.h"
 #include "desk_user.h"
+#include "support/file_content.h"
+#include "support/file_size_limit.h"
 #include "support/frame_recorder.h"
 
 #include <QtGui/QClipboard>
@@ -279,10 +281,36 @@ private Q_SLOTS:
         const QTemporaryDir folder;
         const QString path = folder.filePath(QStringLiteral("trace.log"));
         QCOMPARE(panel.saveTo(path), QString());
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        QCOMPARE(QString::fromLatin1(file.readAll()), lines);
+        QCOMPARE(QString::fromLatin1(contentOf(path)), lines);
         QVERIFY(!panel.saveTo(folder.filePath(QStringLiteral("none/trace.log"))).isEmpty());
+    }
+
+    void aTraceWithoutRoomLeavesTheOldRecording_data()
+    {
+        QTest::addColumn<quint32>("frames");
+        QTest::newRow("less than is written at once") << 100U;
+        QTest::newRow("more") << 5000U;
+    }
+
+    void aTraceWithoutRoomLeavesTheOldRecording()
+    {
+        QFETCH(quint32, frames);
+        const auto desk = makeDesk();
+        buslink::TracePanel panel(desk.get());
+        const QTemporaryDir folder;
+        const QString path = folder.filePath(QStringLiteral("trace.log"));
+        panel.append(numbered(0x10, 0x10));
+        QCOMPARE(panel.saveTo(path), QString());
+        const QByteArray before = contentOf(path);
+        panel.append(numbered(1, frames));
+        QString error;
+        {
+            const FileSizeLimit limit(1024);
+            error = panel.saveTo(path);
+        }
+        QCOMPARE(error, path + QStringLiteral(": File too large"));
+        QCOMPARE(contentOf(path), before);
+        QCOMPARE(QDir(folder.path()).entryList(QDir::Files), QStringList{QStringLiteral("trace.log")});
     }
 
     void identifiersAreCountedWithTheirPeriodAndLastPayload()

@@ -7,6 +7,7 @@
 
 #include <QtWidgets/QSpinBox>
 
+#include <numeric>
 #include <random>
 #include <string>
 
@@ -30,6 +31,11 @@ CAN::CanRxMessage seenBy(quint16 adapter, const char *text)
     record.message = frameOf(QString::fromLatin1(text));
     record.adapterId = adapter;
     return record;
+}
+
+void add(LoadHistory &history, const CAN::CanRxMessage &frame, const buslink::BusRates &rates, qint64 nowMs)
+{
+    history.add(frame.adapterId, {1, buslink::busyNs(frame.message, rates)}, nowMs);
 }
 
 std::string digits(quint32 value, int count)
@@ -83,6 +89,42 @@ bool isColored(const QImage &image, const QPointF &place, std::size_t line)
                + std::abs(seen.blue() - color.blue())
            < 120;
 }
+
+// The load of adapter 1, which was told 250 kbit/s, and of adapter 2, which has no rate.
+class TwoRates
+{
+public:
+    TwoRates()
+    {
+        const buslink::AdapterSettings settings{{}, false, 250};
+        const QString error = mDesk.add(buslink::createAdapter(QStringLiteral("can4linux:/dev/none"), settings), {});
+        if (!error.isEmpty() || !addVirtual(mDesk, 40000).isEmpty())
+            qFatal("no adapters");
+    }
+
+    void set(const char *field, int rate) { part<QSpinBox>(mPanel, field)->setValue(rate); }
+    /// Has an adapter see a frame a hundred times.
+    void append(quint16 adapter, const char *frame) { mPanel.append({100, seenBy(adapter, frame)}); }
+    /// How many frames the plot shows for an adapter, of all seconds together.
+    double frames(quint16 adapter) { return shown("framesPlot", adapter); }
+    /// The load of all seconds together.
+    double load(quint16 adapter) { return shown("loadPlot", adapter); }
+
+private:
+    double shown(const char *plot, quint16 adapter)
+    {
+        mPanel.showLoad();
+        double sum = 0;
+        for (const SecondsPlot::Line &line : part<SecondsPlot>(mPanel, plot)->lines()) {
+            if (line.name == QStringLiteral("adapter %1").arg(adapter))
+                sum = std::accumulate(line.values.begin(), line.values.end(), sum);
+        }
+        return sum;
+    }
+
+    buslink::AdapterDesk mDesk;
+    buslink::LoadPanel mPanel{&mDesk};
+};
 
 } // namespace
 
@@ -178,10 +220,10 @@ private Q_SLOTS:
     {
         LoadHistory history;
         const CAN::CanRxMessage frame = seenBy(1, "555#"); // 48 bits, 96 us
-        history.add(frame, {}, 0);
-        history.add(frame, {}, 999);
-        history.add(frame, {}, 1000);
-        history.add(seenBy(2, "555#"), {1000, 1}, 1500);
+        add(history, frame, {}, 0);
+        add(history, frame, {}, 999);
+        add(history, frame, {}, 1000);
+        add(history, seenBy(2, "555#"), {1000, 1}, 1500);
         QCOMPARE(history.seconds(1, 999), std::vector<LoadHistory::Second>(60));
         const auto first = history.seconds(1, 1999);
         QCOMPARE(first.size(), std::size_t(60));
@@ -196,12 +238,12 @@ private Q_SLOTS:
     void aMinuteLaterNothingIsLeft()
     {
         LoadHistory history;
-        history.add(seenBy(3, "555#"), {}, 5000);
+        add(history, seenBy(3, "555#"), {}, 5000);
         QCOMPARE(history.seconds(3, 65999).front().frames, 1U);
         QCOMPARE(history.adapters(65999), std::vector<quint16>{3});
         QCOMPARE(history.seconds(3, 66000), std::vector<LoadHistory::Second>(60));
         QVERIFY(history.adapters(66000).empty());
-        history.add(seenBy(3, "555#"), {}, 5000 + 61000);
+        add(history, seenBy(3, "555#"), {}, 5000 + 61000);
         QCOMPARE(history.seconds(3, 67000).back().frames, 1U);
         QCOMPARE(history.seconds(3, 67000).front().frames, 0U);
     }
@@ -210,7 +252,7 @@ private Q_SLOTS:
     {
         LoadHistory history;
         for (int i = 0; i < 10000; ++i) // 50 bits each
-            history.add(seenBy(1, "15A#"), {}, 100);
+            add(history, seenBy(1, "15A#"), {}, 100);
         const int bits = buslink::frameBits(seenBy(1, "15A#").message).nominal;
         QCOMPARE(history.seconds(1, 1000).back().loadPercent(), 10000.0 * bits / 500000 * 100);
     }
@@ -249,6 +291,54 @@ private Q_SLOTS:
         QVERIFY(!isColored(image, plot.place(30, 50), 1));
         QVERIFY(plot.place(0, 0).x() > plot.place(60, 0).x());
         QVERIFY(plot.place(0, 100).y() < plot.place(0, 0).y());
+    }
+
+    void aRateThatAnAdapterWasToldHoldsForItAlone()
+    {
+        TwoRates bus;
+        bus.set("loadNominal", 1000);
+        bus.append(1, "555#");
+        bus.append(2, "555#");
+        // 100 frames of 48 bits, of 4 us and of 1 us.
+        QTRY_COMPARE_WITH_TIMEOUT(bus.frames(2), 100.0, PatienceMs);
+        QCOMPARE(bus.frames(1), 100.0);
+        QCOMPARE(bus.load(1), 1.92);
+        QCOMPARE(bus.load(2), 0.48);
+    }
+
+    void theRateOfTheDataPhaseHoldsForAll()
+    {
+        TwoRates bus;
+        bus.set("loadNominal", 1000);
+        bus.set("loadData", 4000);
+        bus.append(1, "555##1");
+        bus.append(2, "555##1");
+        // 29 bits as above, and 33 of 0.25 us.
+        QTRY_COMPARE_WITH_TIMEOUT(bus.frames(2), 100.0, PatienceMs);
+        QCOMPARE(bus.load(1), 1.2425);
+        QCOMPARE(bus.load(2), 0.3725);
+    }
+
+    void aChangedRateHoldsForFramesFromThenOn_data()
+    {
+        QTest::addColumn<QByteArray>("field");
+        QTest::addColumn<int>("rate");
+        QTest::addColumn<double>("load");
+        // 100 frames of 29 bits of 2 us and 33 of 0.5 us; of the next hundred the one or the other take twice as long.
+        QTest::newRow("nominal") << QByteArray("loadNominal") << 250 << 2 * 0.745 + 0.58;
+        QTest::newRow("data phase") << QByteArray("loadData") << 1000 << 2 * 0.745 + 0.165;
+    }
+
+    void aChangedRateHoldsForFramesFromThenOn()
+    {
+        QFETCH(QByteArray, field);
+        QFETCH(int, rate);
+        TwoRates bus;
+        bus.append(2, "555##1");
+        bus.set(field.constData(), rate);
+        bus.append(2, "555##1");
+        QTRY_COMPARE_WITH_TIMEOUT(bus.frames(2), 200.0, PatienceMs);
+        QTEST(bus.load(2), "load");
     }
 
     void whatWasSentIsSeenInThePlots()

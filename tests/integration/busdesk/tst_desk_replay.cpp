@@ -5,7 +5,9 @@
 #include "busdesk/trace_model.h"
 #include "busdesk/trace_panel.h"
 #include "desk_user.h"
+#include "recording_files.h"
 #include "support/fake_adapter.h"
+#include "support/fake_serial_adapter.h"
 #include "support/frame_recorder.h"
 #include "support/free_port.h"
 
@@ -17,13 +19,11 @@
 #include <memory>
 
 using buslink::DeskWindow;
-using buslink::Recording;
-using buslink::RecordingReader;
 using buslink::Replay;
 
 namespace {
 
-using Loaded = std::shared_ptr<const Recording>;
+const QByteArray longFrame = "(1.0) a 12345678##1" + QByteArray(128, '0') + '\n';
 
 QStringList asLines(const QVector<CAN::CanMessage> &messages)
 {
@@ -36,86 +36,14 @@ QStringList asLines(const QVector<CAN::CanMessage> &messages)
     return lines;
 }
 
-QStringList strings(std::initializer_list<const char *> list)
-{
-    QStringList texts;
-    for (const char *const text : list)
-        texts.append(QString::fromLatin1(text));
-    return texts;
-}
-
 } // namespace
 
-class TestDeskReplay : public QObject
+class TestDeskReplay : public QObject, RecordingFiles
 {
     Q_OBJECT
 
 private Q_SLOTS:
     void cleanup() { mWindow.reset(); }
-
-    void aRecordingIsReadWithItsPausesLinesAndAdapters()
-    {
-        const Loaded recording = readAll("(10.000000) adapter2 123#11\n"
-                                         "\n"
-                                         "(10.250000) can0 12345678#R3 T\n"
-                                         "(9.000000) adapter3 5##1AA\n"
-                                         "(10.000001) adapter1 6#");
-        QVERIFY(recording);
-        QStringList seen;
-        for (const Recording::Frame &frame : recording->frames)
-            seen.append(
-                QStringLiteral("%1 %2 %3").arg(frame.line).arg(frame.dueUs).arg(buslink::logText(frame.record)));
-        // The two short identifiers are damaged.
-        QCOMPARE(seen, strings({"1 0 (10.000000) adapter2 123#11", "3 250000 (10.250000) adapter0 12345678#R3"}));
-        QCOMPARE(recording->damagedLines, qint64(2));
-        QCOMPARE(recording->durationUs(), qint64(250000));
-        QVERIFY(recording->damages.constFirst().contains(QStringLiteral(":4: an identifier has")));
-    }
-
-    void whereARecordingGoesBackThereIsNoPause()
-    {
-        const Loaded recording = readAll("(10.0) a 123#\n(4.0) a 123#\n(4.5) a 123#\n");
-        QCOMPARE(recording->durationUs(), qint64(500000));
-        QCOMPARE(recording->frames.at(1).dueUs, qint64(0));
-    }
-
-    void aStampBeyondARecordIsBounded()
-    {
-        const Loaded recording = readAll("(999999999999.000001) a 123#\n");
-        QCOMPARE(recording->frames.front().record.timeStamp.seconds, std::numeric_limits<qint32>::max());
-        QCOMPARE(recording->frames.front().record.timeStamp.microseconds, 1);
-    }
-
-    void whatCannotBeReadIsRefused_data()
-    {
-        QTest::addColumn<QString>("path");
-        QTest::addColumn<QString>("error");
-        QTest::newRow("missing") << QStringLiteral("/nowhere/x.log")
-                                 << QStringLiteral("/nowhere/x.log: No such file or directory");
-        QTest::newRow("folder") << QStringLiteral("/") << QStringLiteral("/: not a file");
-        QTest::newRow("no end") << QStringLiteral("/dev/zero") << QStringLiteral("/dev/zero: not a file");
-    }
-
-    void whatCannotBeReadIsRefused()
-    {
-        QFETCH(QString, path);
-        RecordingReader reader;
-        QTEST(reader.start(path), "error");
-        QVERIFY(!reader.isReading());
-    }
-
-    void aRecordingBeyondTheLimitIsRefused()
-    {
-        RecordingReader reader(2);
-        const QString path = fileWith("(1.0) a 1#\n(1.0) a 123#\n(1.0) a 123#\n(1.0) a 123#\n");
-        Loaded recording;
-        QString error;
-        connect(&reader, &RecordingReader::finished, &reader,
-                [&](const Loaded &loaded, const QString &why) { std::tie(recording, error) = std::tie(loaded, why); });
-        QCOMPARE(reader.start(path), QString());
-        QTRY_COMPARE_WITH_TIMEOUT(error, path + QStringLiteral(": more than 2 frames"), PatienceMs);
-        QVERIFY(!recording);
-    }
 
     void framesAreWrittenInOrderWithTheirPauses()
     {
@@ -196,6 +124,39 @@ private Q_SLOTS:
         QCOMPARE(replay.sentFrames(), std::size_t(2));
     }
 
+    void aSlowLineIsNotOverrun()
+    {
+        FakeSerialAdapter adapter(110); // 100 ms a byte, so 8 s for the longest frame
+        Replay replay;
+        replay.setRecording(readAll(longFrame.repeated(20)));
+        replay.start(&adapter);
+        QCOMPARE(adapter.written, 1);
+        QCOMPARE(replay.sentFrames(), std::size_t(1));
+        QVERIFY(replay.isRunning());
+        // Another start is a replay of its own.
+        replay.start(&adapter);
+        QCOMPARE(adapter.written, 2);
+        FakeAdapter other;
+        replay.start(&other);
+        QCOMPARE(other.written().size(), 20);
+        QVERIFY(!replay.isRunning());
+    }
+
+    void aSlowLineIsKeptBusyToTheEnd()
+    {
+        FakeSerialAdapter adapter(11000); // 1 ms a byte, so 82 ms for the longest frame
+        Replay replay;
+        replay.setRecording(readAll(longFrame.repeated(20)));
+        QElapsedTimer time;
+        time.start();
+        replay.start(&adapter);
+        QVERIFY(replay.isRunning());
+        QTRY_VERIFY_WITH_TIMEOUT(!replay.isRunning(), PatienceMs);
+        QCOMPARE(adapter.written, 20);
+        // All but what may wait, which is a second and the last frame.
+        QVERIFY(time.elapsed() >= 20 * 82 - 1000 - 82);
+    }
+
     void whatWasTracedAndSavedIsLoadedAndPlayedAgain()
     {
         openWindow();
@@ -208,7 +169,7 @@ private Q_SLOTS:
         }
         QTRY_COMPARE_WITH_TIMEOUT(tracedBy(1), frames, PatienceMs);
         part<QComboBox>(*mWindow, "traceAdapter")->setCurrentText(QStringLiteral("adapter 1"));
-        const QString path = mFolder.filePath(QStringLiteral("round.log"));
+        const QString path = newFile();
         QCOMPARE(mWindow->tracePanel()->saveTo(path), QString());
         click(*mWindow, "clearTrace");
 
@@ -330,30 +291,6 @@ private Q_SLOTS:
     }
 
 private:
-    QString fileWith(const QByteArray &content)
-    {
-        QString path = mFolder.filePath(QStringLiteral("%1.log").arg(++mFiles));
-        QFile file(path);
-        if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
-            qFatal("no file for the test");
-        return path;
-    }
-
-    Loaded readAll(const QByteArray &content)
-    {
-        RecordingReader reader;
-        QEventLoop loop;
-        Loaded recording;
-        connect(&reader, &RecordingReader::finished, &reader, [&](const Loaded &loaded) {
-            recording = loaded;
-            loop.quit();
-        });
-        if (!reader.start(fileWith(content)).isEmpty())
-            return nullptr;
-        loop.exec();
-        return recording;
-    }
-
     void openWindow()
     {
         mWindow = std::make_unique<DeskWindow>();
@@ -385,8 +322,6 @@ private:
         return asLines(messages);
     }
 
-    QTemporaryDir mFolder;
-    int mFiles = 0;
     std::unique_ptr<DeskWindow> mWindow;
 };
 

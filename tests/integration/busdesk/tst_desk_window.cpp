@@ -1,34 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "desk_on_screen.h"
-#include "support/free_port.h"
+#include "integration/example_programs.h"
+#include "support/file_content.h"
 
-#include <QtCore/QTemporaryDir>
 #include <QtGui/QImage>
-#include <QtTest/QtTest>
 
 #include <memory>
 #include <set>
 
 namespace {
-
-constexpr int PatienceMs = 60000;
-
-QByteArray contentOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-// The frames of a recording, without stamps and interfaces.
-QList<QByteArray> framesOf(const QByteArray &log)
-{
-    QList<QByteArray> frames;
-    for (const QByteArray &line : log.split('\n')) {
-        if (!line.isEmpty())
-            frames.append(line.split(' ').value(2));
-    }
-    return frames;
-}
 
 QByteArray hex(int value, int digits)
 {
@@ -60,7 +40,7 @@ QByteArray machineLog(int ms)
 
 } // namespace
 
-class TestDeskWindow : public QObject
+class TestDeskWindow : public QObject, ExamplePrograms
 {
     Q_OBJECT
 
@@ -80,10 +60,11 @@ private Q_SLOTS:
         } while (mOtherPort == mPort);
         const QString set = mFolder.filePath(QStringLiteral("%1.json").arg(mPort));
         const auto change = [&set](const QStringList &command) {
-            run(BUSSETS_PROGRAM, QStringList{QStringLiteral("--file"), set} + command);
+            run(bussets, QStringList{QStringLiteral("--file"), set} + command);
         };
-        change({QStringLiteral("--adapter"), bus(mPort), QStringLiteral("add"), QStringLiteral("drive and joint")});
-        change({QStringLiteral("--adapter"), bus(mOtherPort), QStringLiteral("add"), QStringLiteral("sensors")});
+        change(
+            {QStringLiteral("--adapter"), virtualBus(mPort), QStringLiteral("add"), QStringLiteral("drive and joint")});
+        change({QStringLiteral("--adapter"), virtualBus(mOtherPort), QStringLiteral("add"), QStringLiteral("sensors")});
         change({QStringLiteral("active"), QStringLiteral("2")});
         mDesk = std::make_unique<DeskOnScreen>(QStringList{set});
         QVERIFY(mDesk->lookFor(QStringLiteral("Bus desk")));
@@ -95,7 +76,7 @@ private Q_SLOTS:
     {
         connectAll();
         const QByteArray log = machineLog(1000);
-        run(BUSPLAY_PROGRAM, {QStringLiteral("--adapter"), bus(mPort), logFile(log)});
+        run(busplay, {QStringLiteral("--adapter"), virtualBus(mPort), writeFile(log)});
         QByteArray saved;
         QList<QByteArray> frames;
         for (int i = 0; i < 5 && frames.size() < framesOf(log).size(); ++i) {
@@ -108,7 +89,8 @@ private Q_SLOTS:
         // Into the middle of the trace, which shows its end.
         mDesk->clickAt(400, 780);
         mDesk->press({QStringLiteral("ctrl+c")});
-        const QByteArray copied = mDesk->clipboard();
+        QByteArray copied;
+        QTRY_VERIFY_WITH_TIMEOUT(!(copied = mDesk->clipboard()).isEmpty(), PatienceMs);
         QVERIFY2(copied.endsWith('\n') && copied.count('\n') == 1, copied.constData());
         QVERIFY(saved.contains(copied));
     }
@@ -116,15 +98,15 @@ private Q_SLOTS:
     void aFrameIsSentByTheKeyboardAlone()
     {
         connectAll();
-        Program busdump(QStringLiteral(BUSDUMP_PROGRAM),
-                        {QStringLiteral("--adapter"), bus(mPort), QStringLiteral("--count"), QStringLiteral("1")});
-        busdump.start();
+        Program dump(busdump,
+                     {QStringLiteral("--adapter"), virtualBus(mPort), QStringLiteral("--count"), QStringLiteral("1")});
+        dump.start();
         QTRY_COMPARE_WITH_TIMEOUT(udpSocketsOnPort(mPort), 2, PatienceMs);
         mDesk->press({QStringLiteral("alt+n"), QStringLiteral("ctrl+a")});
         mDesk->type(QStringLiteral("1ABCDEF0#C0FFEE"));
         mDesk->press({QStringLiteral("Return")});
-        QCOMPARE(busdump.waitForStatus(), 0);
-        QCOMPARE(framesOf(busdump.output()), QList<QByteArray>{"1ABCDEF0#C0FFEE"});
+        QCOMPARE(dump.waitForStatus(), 0);
+        QCOMPARE(framesOf(dump.output()), QList<QByteArray>{"1ABCDEF0#C0FFEE"});
     }
 
     // With BUSDESK_PICTURE in the environment the buses run for a minute before, and the picture is kept there.
@@ -132,12 +114,10 @@ private Q_SLOTS:
     {
         const QString kept = qEnvironmentVariable("BUSDESK_PICTURE");
         connectAll();
-        Program drive(QStringLiteral(BUSPLAY_PROGRAM),
-                      {QStringLiteral("--adapter"), bus(mPort), logFile(machineLog(90000))});
-        Program sensors(QStringLiteral(BUSCYCLE_PROGRAM),
-                        {QStringLiteral("--adapter"), bus(mOtherPort), QStringLiteral("--interval"),
-                         QStringLiteral("15"), QStringLiteral("--sync-max"), QStringLiteral("240"),
-                         QStringLiteral("1A0#00")});
+        Program drive(busplay, {QStringLiteral("--adapter"), virtualBus(mPort), writeFile(machineLog(90000))});
+        Program sensors(buscycle, {QStringLiteral("--adapter"), virtualBus(mOtherPort), QStringLiteral("--interval"),
+                                   QStringLiteral("15"), QStringLiteral("--sync-max"), QStringLiteral("240"),
+                                   QStringLiteral("1A0#00")});
         drive.start();
         sensors.start();
         if (!kept.isEmpty())
@@ -159,14 +139,19 @@ private Q_SLOTS:
     void helpAndVersionNeedNoScreen_data()
     {
         QTest::addColumn<QString>("argument");
+        QTest::addColumn<int>("status");
         QTest::addColumn<QByteArray>("beginning");
-        QTest::newRow("help") << QStringLiteral("--help") << QByteArray("Usage: ");
-        QTest::newRow("version") << QStringLiteral("--version") << QByteArray("busdesk ");
+        QTest::addColumn<QByteArray>("errors");
+        QTest::newRow("help") << QStringLiteral("--help") << 0 << QByteArray("Usage: ") << QByteArray();
+        QTest::newRow("version") << QStringLiteral("--version") << 0 << QByteArray("busdesk ") << QByteArray();
+        QTest::newRow("no such help") << QStringLiteral("--help-all") << 2 << QByteArray()
+                                      << QByteArray("busdesk: Unknown option 'help-all'.\n");
     }
 
     void helpAndVersionNeedNoScreen()
     {
         QFETCH(QString, argument);
+        QFETCH(int, status);
         QFETCH(QByteArray, beginning);
         Program desk(QStringLiteral(BUSDESK_PROGRAM), {argument});
         QProcessEnvironment environment = desk.process().processEnvironment();
@@ -174,16 +159,15 @@ private Q_SLOTS:
         environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
         desk.process().setProcessEnvironment(environment);
         desk.start();
-        QCOMPARE(desk.waitForStatus(), 0);
+        QCOMPARE(desk.waitForStatus(), status);
         QVERIFY(desk.output().startsWith(beginning));
+        QTEST(desk.errors(), "errors");
     }
 
 private:
-    static QString bus(quint16 port) { return QStringLiteral("virtual:%1").arg(port); }
-
-    static void run(const char *path, const QStringList &arguments)
+    static void run(const QString &path, const QStringList &arguments)
     {
-        Program program(QString::fromLatin1(path), arguments);
+        Program program(path, arguments);
         program.start();
         QCOMPARE(program.waitForStatus(), 0);
     }
@@ -193,15 +177,6 @@ private:
         mDesk->press({QStringLiteral("alt+c")});
         QTRY_COMPARE_WITH_TIMEOUT(udpSocketsOnPort(mPort), 1, PatienceMs);
         QTRY_COMPARE_WITH_TIMEOUT(udpSocketsOnPort(mOtherPort), 1, PatienceMs);
-    }
-
-    QString logFile(const QByteArray &log)
-    {
-        QString path = mFolder.filePath(QStringLiteral("played.log"));
-        QFile file(path);
-        if (!file.open(QIODevice::WriteOnly) || file.write(log) != log.size())
-            qFatal("no file for the test");
-        return path;
     }
 
     QByteArray saveTrace()

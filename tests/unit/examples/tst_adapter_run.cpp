@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "common/adapter_run.h"
-#include "fake_serial_adapter.h"
 #include "support/fake_adapter.h"
+#include "support/fake_serial_adapter.h"
 
 #include <QtTest/QtTest>
 

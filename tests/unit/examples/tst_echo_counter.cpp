@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "common/echo_counter.h"
-#include "fake_serial_adapter.h"
 #include "support/fake_adapter.h"
+#include "support/fake_serial_adapter.h"
 #include "support/frame_recorder.h"
 
 #include <QtTest/QtTest>

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "bussets/set_file.h"
+#include "support/file_content.h"
 
 #include <QtTest/QtTest>
 
@@ -12,12 +13,6 @@ QVector<SavedAdapter> someAdapters()
 {
     return {{6, QStringLiteral("zorbek Virtual"), 0, QByteArray("\x00\x01\xFF", 3)},
             {4, QString::fromUtf8("/dev/\u00e4 \"0\""), 250, QByteArray(300, 'x')}};
-}
-
-QByteArray contentOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 } // namespace
