@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "soak/cycles.h"
+#include "soak/lines.h"
 
 #include "support/frame_recorder.h"
 #include "support/gateway_client.h"
@@ -145,18 +146,23 @@ Kind bridgeKind()
             }};
 }
 
-std::vector<Kind> kinds()
+std::vector<Kind> kinds(const QString &only)
 {
-    std::vector<Kind> kinds{virtualKind(), gatewayKind(), bridgeKind()};
-    if (qEnvironmentVariableIsSet("BUSLINKDESK_GUEST")) {
-        kinds.push_back(socketCanKind());
-        const QString device = QStringLiteral("/dev/can0");
-        if (QFile::exists(device))
-            kinds.push_back(can4linuxKind(device));
-    }
+    std::vector<Kind> kinds;
+    const auto add = [&](const char *name, const auto &make) {
+        if (only.isEmpty() || only == QLatin1String(name))
+            kinds.push_back(make());
+    };
+    add("virtual", virtualKind);
+    add("gateway", gatewayKind);
+    add("bridge", bridgeKind);
+    if (qEnvironmentVariableIsSet("BUSLINKDESK_GUEST"))
+        add("socketcan", socketCanKind);
+    if (const QStringList devices = loopingDevices(); !devices.isEmpty())
+        add("can4linux", [&] { return can4linuxKind(devices.at(0)); });
 #ifdef BUSLINKDESK_MOCK_PORTS
     if (qgetenv("LD_PRELOAD").contains("umockdev"))
-        kinds.push_back(usbKind());
+        add("usb", usbKind);
 #endif
     return kinds;
 }
@@ -198,12 +204,13 @@ bool run(const Kind &kind, int cycles)
 
 } // namespace
 
-bool runCycles(int cycles)
+bool runCycles(int cycles, const QString &only)
 {
-    bool clean = true;
+    const std::vector<Kind> chosen = kinds(only);
+    bool clean = !chosen.empty();
     std::printf("%-14s %7s %9s %12s %8s %12s %13s\n", "left behind", "cycles", "seconds", "descriptors", "threads",
                 "heap blocks", "resident/KiB");
-    for (const Kind &kind : kinds())
+    for (const Kind &kind : chosen)
         clean = run(kind, cycles) && clean;
     return clean;
 }

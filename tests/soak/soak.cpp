@@ -166,7 +166,7 @@ int main(int argc, char **argv)
     const QCommandLineOption rate(QStringLiteral("rate"), QStringLiteral("Frames a second on each back end."),
                                   QStringLiteral("number"), QStringLiteral("9000"));
     const QCommandLineOption only(QStringLiteral("only"), QStringLiteral("This back end alone."),
-                                  QStringLiteral("virtual|socketcan|usb|gateway|bridge"));
+                                  QStringLiteral("virtual|socketcan|can4linux|usb|gateway|bridge"));
     const QCommandLineOption cycles(QStringLiteral("cycles"),
                                     QStringLiteral("Instead opens and closes each back end so often."),
                                     QStringLiteral("number"));
@@ -174,7 +174,7 @@ int main(int argc, char **argv)
     parser.addHelpOption();
     parser.process(application);
     if (parser.isSet(cycles))
-        return runCycles(parser.value(cycles).toInt()) ? 0 : 1;
+        return runCycles(parser.value(cycles).toInt(), parser.value(only)) ? 0 : 1;
     const quint32 frameRate = parser.value(rate).toUInt();
     const quint32 duration = parser.value(seconds).toUInt();
     if (frameRate == 0 || duration == 0) {
