@@ -52,8 +52,6 @@ struct LongLivedPeer
     quint16 port = freeUdpPort();
     AdapterPointer<DemoCanAdapter> adapter = makeVirtualAdapter(port);
     FrameRecorder frames{adapter.get()};
-
-    ~LongLivedPeer() { adapter.reset(); } // before what it delivers to
 };
 
 /// Two adapters on buses of their own that are linked to each other, a scheduler on the first one and a transmitter
