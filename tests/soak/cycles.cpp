@@ -5,6 +5,7 @@
 #include "support/frame_recorder.h"
 #include "support/gateway_client.h"
 #include "support/open_adapter.h"
+#include "support/process_level.h"
 
 #include <BusLinkDesk/backends/can4linux/can4linux_can_adapter.h>
 #include <BusLinkDesk/backends/packet_bridge/pxr_dummy_adapter.h>
@@ -19,7 +20,7 @@
 #include "support/heap_blocks.h"
 #endif
 
-#include <QtCore/QDir>
+#include <QtCore/QFile>
 #include <QtNetwork/QTcpServer>
 #include <QtNetwork/QTcpSocket>
 
@@ -48,17 +49,12 @@ struct Level
 
     static Level now()
     {
-        const auto entries = [](const char *folder) {
-            return QDir(QString::fromLatin1(folder))
-                .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot)
-                .size();
-        };
         QFile memory(QStringLiteral("/proc/self/statm"));
         if (!memory.open(QIODevice::ReadOnly))
             qFatal("no account of the memory");
         const qint64 pages = memory.readAll().split(' ').value(1).toLongLong();
         memory.close();
-        Level level{entries("/proc/self/fd"), entries("/proc/self/task"), 0, pages * ::getpagesize() / 1024};
+        Level level{openDescriptors(), threadCount(), 0, pages * ::getpagesize() / 1024};
 #ifdef BUSLINKDESK_COUNT_HEAP_BLOCKS
         level.heapBlocks = ::heapBlocks();
 #endif
