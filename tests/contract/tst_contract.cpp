@@ -190,6 +190,11 @@ private Q_SLOTS:
         QCOMPARE(atSender.count(), 1);
         left->setLinkedAdapter(nullptr);
         right->setLinkedAdapter(nullptr);
+        // The loop of either may still be at its echo in the other one.
+        for (const Adapter *const adapter : {&left, &right}) {
+            (*adapter)->closeAdapter();
+            QVERIFY((*adapter)->wait(WaitMs));
+        }
     }
 
     void adaptersAreDeletedInAnyOrderAndLeaveNoThread()

@@ -5,10 +5,10 @@
 #include "support/delivered_frame.h"
 #include "support/log_recorder.h"
 #include "support/open_adapter.h"
+#include "support/process_level.h"
 #include "support/stderr_recorder.h"
 #include "unit/backends/can4linux/driver_frames.h"
 
-#include <QtCore/QDir>
 #include <QtTest/QtTest>
 
 #include <cstring>
@@ -136,13 +136,6 @@ CAN::CanRxMessage delivered(const CAN::CanMessage &message, bool isTx, int devic
     record.adapterId = static_cast<quint16>(device + 10);
     record.timeStamp = stamp;
     return record;
-}
-
-int openDescriptors()
-{
-    return QDir(QStringLiteral("/proc/self/fd"))
-        .entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System)
-        .size();
 }
 
 } // namespace

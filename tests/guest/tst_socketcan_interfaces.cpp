@@ -2,20 +2,14 @@
 // The adapter and its interface: full, down, gone, none at all, shared and joined.
 #include "socketcan_guest.h"
 
-#include <QtCore/QDir>
+#include "support/process_level.h"
+
 #include <QtCore/QProcess>
 
 #include <cstdio>
 #include <cstring>
 
 namespace {
-
-int openDescriptors()
-{
-    return QDir(QStringLiteral("/proc/self/fd"))
-        .entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System)
-        .size();
-}
 
 /// The peer process of a test: answers each frame that it receives with the next identifier.
 int runAnsweringProcess(int argc, char **argv)

@@ -6,6 +6,7 @@
 #include "support/line_gateway.h"
 #include "support/log_recorder.h"
 #include "support/loopback_port.h"
+#include "support/process_level.h"
 
 #include <memory>
 #include <sys/socket.h>
@@ -15,11 +16,6 @@ namespace {
 constexpr int WaitMs = 20000;
 
 using Ending = void (LineGateway::*)(int);
-
-int openDescriptors()
-{
-    return QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::Files | QDir::System | QDir::NoDotAndDotDot).size();
-}
 
 } // namespace
 

@@ -52,8 +52,6 @@ struct LongLivedPeer
     quint16 port = freeUdpPort();
     AdapterPointer<DemoCanAdapter> adapter = makeVirtualAdapter(port);
     FrameRecorder frames{adapter.get()};
-
-    ~LongLivedPeer() { adapter.reset(); } // before what it delivers to
 };
 
 /// Two adapters on buses of their own that are linked to each other, a scheduler on the first one and a transmitter
@@ -78,6 +76,10 @@ public:
             Qt::DirectConnection);
         mScheduler->connectToAdapter(true);
         mTransmitter->setCanAdapter(mSecond.get());
+        QObject::connect(mTransmitter.get(), &CanMessageTransmitter::sigFinished, &mReceiver,
+                         [this](unsigned short id) { mJobs << QStringLiteral("finished %1").arg(id); });
+        QObject::connect(mTransmitter.get(), &CanMessageTransmitter::transmitError, &mReceiver,
+                         [this] { mJobs << QStringLiteral("error"); });
     }
 
     /// A stopped adapter, an idle transmitter.
@@ -120,7 +122,7 @@ public:
             adapter->closeAdapter();
             adapter->wait();
         }
-        return done && mDispatched == mExpected;
+        return done && mDispatched == mExpected && mJobs == mExpectedJobs;
     }
 
 private:
@@ -146,8 +148,11 @@ private:
         mTransmitter->setTranmissionParameter(makeFrame(0x22, "job"), 1, 2);
         mTransmitter->startTransmission();
         // Without an adapter the job ends at once and in silence.
-        const auto sent = [&] { return mSecondPeer.frames.count() == before + 2 && !mTransmitter->isRunning(); };
-        return !mSecond || QTest::qWaitFor(sent, TimeoutMs);
+        if (!mSecond)
+            return true;
+        mExpectedJobs << QStringLiteral("finished 1");
+        const auto sent = [&] { return mSecondPeer.frames.count() == before + 2 && mJobs == mExpectedJobs; };
+        return QTest::qWaitFor(sent, TimeoutMs) && !mTransmitter->isRunning();
     }
 
     LongLivedPeer &mFirstPeer;
@@ -159,6 +164,10 @@ private:
     std::atomic<int> mArrived = 0;
     std::atomic<int> mDispatched = 0;
     int mExpected = 0;
+    // What jobs of the transmitter tell, on the thread of the test.
+    QObject mReceiver;
+    QStringList mJobs;
+    QStringList mExpectedJobs;
 };
 
 } // namespace

@@ -5,6 +5,8 @@
 
 #include <BusLinkDesk/adapter/abstract_can_adapter.h>
 
+#include <QtTest/QtTest>
+
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -76,4 +78,15 @@ quint32 FrameCount::received() const
 {
     const QMutexLocker lock(&mMutex);
     return mResult.received;
+}
+
+bool waitWhileFramesCome(const std::function<bool()> &isDone, const std::function<quint64()> &received, int patienceMs)
+{
+    quint64 before = 0;
+    do {
+        before = received();
+        if (QTest::qWaitFor(isDone, patienceMs))
+            return true;
+    } while (received() != before);
+    return false;
 }

@@ -7,6 +7,7 @@
 #include <QtCore/QString>
 
 #include <chrono>
+#include <functional>
 #include <vector>
 
 class AbstractCanAdapter;
@@ -56,3 +57,7 @@ private:
     quint32 mNext = 0;
     Clock::time_point mLast;
 };
+
+/// Runs the event loop until `isDone`, and gives up when `received` has not grown for the time of the patience. False
+/// if it gave up.
+bool waitWhileFramesCome(const std::function<bool()> &isDone, const std::function<quint64()> &received, int patienceMs);

@@ -3,6 +3,7 @@
 
 #include "support/open_adapter.h"
 
+#include <BusLinkDesk/backends/can4linux/can4linux_can_adapter.h>
 #include <BusLinkDesk/backends/socketcan/socket_can_adapter.h>
 
 #ifdef BUSLINKDESK_MOCK_PORTS
@@ -10,6 +11,8 @@
 
 #include "support/byte_hub.h"
 #endif
+
+#include <QtCore/QFile>
 
 namespace {
 
@@ -78,6 +81,18 @@ public:
     }
 };
 
+/// The driver echoes to who sent, and a device has one user, so there is one receiver.
+class Can4linuxLine : public BusLine
+{
+public:
+    explicit Can4linuxLine(quint32 frames)
+    {
+        const QStringList devices = loopingDevices();
+        add(new Can4linuxCanAdapter(devices.at(0)), QStringLiteral("can4linux, echo"), frames);
+        add(new Can4linuxCanAdapter(devices.at(1)), QStringLiteral("can4linux, receiver"), frames);
+    }
+};
+
 #ifdef BUSLINKDESK_MOCK_PORTS
 class UsbLine : public BusLine
 {
@@ -99,6 +114,15 @@ private:
 
 } // namespace
 
+QStringList loopingDevices()
+{
+    QStringList devices{QStringLiteral("/dev/can0"), QStringLiteral("/dev/can1")};
+    // Those of the machine itself would have a bus behind them.
+    if (qgetenv("BUSLINKDESK_GUEST") != "qemu" || !QFile::exists(devices.at(0)) || !QFile::exists(devices.at(1)))
+        return {};
+    return devices;
+}
+
 std::vector<std::unique_ptr<SoakLine>> makeLines(quint32 frames, const QString &only)
 {
     std::vector<std::unique_ptr<SoakLine>> lines;
@@ -109,6 +133,8 @@ std::vector<std::unique_ptr<SoakLine>> makeLines(quint32 frames, const QString &
     add("virtual", &std::make_unique<VirtualLine, quint32 &>);
     if (qEnvironmentVariableIsSet("BUSLINKDESK_GUEST"))
         add("socketcan", &std::make_unique<SocketCanLine, quint32 &>);
+    if (!loopingDevices().isEmpty())
+        add("can4linux", &std::make_unique<Can4linuxLine, quint32 &>);
 #ifdef BUSLINKDESK_MOCK_PORTS
     if (qgetenv("LD_PRELOAD").contains("umockdev"))
         add("usb", &std::make_unique<UsbLine, quint32 &>);

@@ -30,10 +30,14 @@ private:
     std::vector<std::unique_ptr<FrameCount>> mReceivers;
 };
 
-/// The lines of all back ends that there are here, for this many frames each. SocketCAN takes a kernel of the
-/// tests' own, serial ports take umockdev. With `only`, the line of this name: virtual, socketcan, usb, gateway or
-/// bridge.
+/// The lines of all back ends that there are here, for this many frames each. SocketCAN and can4linux take a kernel of
+/// the tests' own, serial ports take umockdev. With `only`, the line of this name: virtual, socketcan, can4linux, usb,
+/// gateway or bridge.
 std::vector<std::unique_ptr<SoakLine>> makeLines(quint32 frames, const QString &only);
+
+/// The two can4linux devices of a kernel of the tests' own, of which each receives what the other one sends. None
+/// elsewhere.
+QStringList loopingDevices();
 
 std::unique_ptr<SoakLine> makeGatewayLine(quint32 frames);
 std::unique_ptr<SoakLine> makeBridgeLine(quint32 frames);

@@ -27,6 +27,7 @@ public:
     {}
     ~Sender()
     {
+        mStop = true;
         if (mThread.joinable())
             mThread.join();
     }
@@ -43,15 +44,16 @@ public:
             return;
         }
         mThread = std::thread([this] {
-            while (!isDone()) {
+            while (!isDone() && !mStop) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
                 sendDue();
             }
         });
     }
     bool isDone() const { return mSent == mFrames; }
-    /// The pace that was reached.
-    double framesPerSecond() const { return mFrames / mSeconds; }
+    quint32 sent() const { return mSent; }
+    /// The pace that was reached, 0 if it is not done.
+    double framesPerSecond() const { return isDone() ? mFrames / mSeconds : 0.0; }
 
 private:
     void sendDue()
@@ -70,6 +72,7 @@ private:
     QElapsedTimer mSinceStart;
     double mSeconds = 0.0;
     std::atomic<quint32> mSent = 0;
+    std::atomic<bool> mStop = false;
     QTimer mTimer;
     std::thread mThread;
 };
@@ -92,24 +95,28 @@ quint64 receiversOf(const Lines &lines)
     return sum;
 }
 
-/// Until everything has arrived, or nothing more does.
-void drain(const Lines &lines, quint32 frames)
+/// Until everything has been sent and has arrived. False if frames neither leave nor come any more.
+bool waitForAll(const Lines &lines, const std::vector<std::unique_ptr<Sender>> &senders, quint32 frames)
 {
-    constexpr int patienceMs = 5000;
+    const auto received = [&] { return receivedByAll(lines); };
+    const auto allSent = [&] {
+        return std::all_of(senders.begin(), senders.end(), [](const auto &sender) { return sender->isDone(); });
+    };
+    if (!waitWhileFramesCome(allSent, received, 60000)) {
+        std::fprintf(stderr, "given up: nothing was received for a minute\n");
+        return false;
+    }
     const quint64 expected = receiversOf(lines) * frames;
-    quint64 before = 0;
-    do {
-        before = receivedByAll(lines);
-    } while (!QTest::qWaitFor([&] { return receivedByAll(lines) >= expected; }, patienceMs)
-             && receivedByAll(lines) != before);
+    const bool complete = waitWhileFramesCome([&] { return received() >= expected; }, received, 30000);
     // What comes twice comes late.
     QTest::qWait(200);
+    return complete;
 }
 
-bool print(const FrameCount::Result &result, quint32 sent, double framesPerSecond)
+bool print(const FrameCount::Result &result, const Sender &sender)
 {
-    std::printf("%-26s %9u %9u %6u %7u %9u %14.1f %9.0f\n", qPrintable(result.name), sent, result.received, result.lost,
-                result.doubled, result.reordered, result.longestGap.count(), framesPerSecond);
+    std::printf("%-26s %9u %9u %6u %7u %9u %14.1f %9.0f\n", qPrintable(result.name), sender.sent(), result.received,
+                result.lost, result.doubled, result.reordered, result.longestGap.count(), sender.framesPerSecond());
     if (result.foreign > 0)
         std::printf("%s: %u records were not as sent\n", qPrintable(result.name), result.foreign);
     return result.isClean();
@@ -133,19 +140,12 @@ bool soak(quint32 seconds, quint32 framesPerSecond, const QString &only)
     }
     for (const auto &sender : senders)
         sender->start();
-    const auto allSent = [&] {
-        return std::all_of(senders.begin(), senders.end(), [](const auto &sender) { return sender->isDone(); });
-    };
-    while (!QTest::qWaitFor(allSent, 60000)) {
-    }
-    drain(lines, frames);
-
-    bool clean = true;
+    bool clean = waitForAll(lines, senders, frames);
     std::printf("%-26s %9s %9s %6s %7s %9s %14s %9s\n", "back end", "sent", "received", "lost", "doubled", "reordered",
                 "longest gap/ms", "frames/s");
     for (std::size_t index = 0; index < lines.size(); ++index) {
         for (const auto &receiver : lines[index]->receivers())
-            clean = print(receiver->result(), frames, senders[index]->framesPerSecond()) && clean;
+            clean = print(receiver->result(), *senders[index]) && clean;
     }
     return clean;
 }
@@ -166,7 +166,7 @@ int main(int argc, char **argv)
     const QCommandLineOption rate(QStringLiteral("rate"), QStringLiteral("Frames a second on each back end."),
                                   QStringLiteral("number"), QStringLiteral("9000"));
     const QCommandLineOption only(QStringLiteral("only"), QStringLiteral("This back end alone."),
-                                  QStringLiteral("virtual|socketcan|usb|gateway|bridge"));
+                                  QStringLiteral("virtual|socketcan|can4linux|usb|gateway|bridge"));
     const QCommandLineOption cycles(QStringLiteral("cycles"),
                                     QStringLiteral("Instead opens and closes each back end so often."),
                                     QStringLiteral("number"));
@@ -174,7 +174,7 @@ int main(int argc, char **argv)
     parser.addHelpOption();
     parser.process(application);
     if (parser.isSet(cycles))
-        return runCycles(parser.value(cycles).toInt()) ? 0 : 1;
+        return runCycles(parser.value(cycles).toInt(), parser.value(only)) ? 0 : 1;
     const quint32 frameRate = parser.value(rate).toUInt();
     const quint32 duration = parser.value(seconds).toUInt();
     if (frameRate == 0 || duration == 0) {

@@ -61,6 +61,21 @@ private Q_SLOTS:
         QCOMPARE(count.result().lost, 1U);
         QCOMPARE(count.result().foreign, 2U);
     }
+
+    void waitLastsAsLongAsFramesCome()
+    {
+        quint64 received = 0;
+        const auto oneMore = [&] { return ++received; };
+        QVERIFY(waitWhileFramesCome([&] { return received >= 10; }, oneMore, 1));
+    }
+
+    void waitIsGivenUpWhenNoFrameComes()
+    {
+        quint64 asked = 0;
+        const auto threeAtMost = [&] { return std::min<quint64>(++asked, 3); };
+        QVERIFY(!waitWhileFramesCome([] { return false; }, threeAtMost, 1));
+        QCOMPARE(asked, quint64(4));
+    }
 };
 
 QTEST_GUILESS_MAIN(TestFrameCount)

@@ -23,9 +23,6 @@ void FrameRecorder::Records::take(const CAN::CanRxMessage &message)
 FrameRecorder::~FrameRecorder()
 {
     QObject::disconnect(mConnection);
-    // Behind a delivery that is still at it.
-    mRecords->mutex.lock();
-    mRecords->mutex.unlock();
 }
 
 QVector<CAN::CanRxMessage> FrameRecorder::frames() const

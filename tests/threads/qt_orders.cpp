@@ -94,11 +94,21 @@ void *runThread(void *argument)
 }
 
 // Qt lets go of those who wait for a thread a little before its last instruction.
-void takeEnd(QThread *thread)
+bool joined(QThread *thread, bool ended)
 {
-    while (!hasEnded(thread))
+    while (ended && !hasEnded(thread))
         ::sched_yield();
-    __tsan_acquire(thread);
+    if (ended)
+        __tsan_acquire(thread);
+    return ended;
+}
+
+/// What a try to take a lock came to.
+bool taken(void *lock, bool success)
+{
+    if (success)
+        __tsan_acquire(lock);
+    return success;
 }
 
 } // namespace
@@ -118,20 +128,14 @@ QT_FUNCTION int pthread_create(pthread_t *thread, const pthread_attr_t *attribut
 QT_FUNCTION bool _ZN7QThread4waitE14QDeadlineTimer(QThread *thread, QDeadlineTimer deadline)
 {
     static auto *const real = next<bool(QThread *, QDeadlineTimer)>(__func__);
-    const bool ended = real(thread, deadline);
-    if (ended)
-        takeEnd(thread);
-    return ended;
+    return joined(thread, real(thread, deadline));
 }
 
 // QThread::wait(unsigned long)
 QT_FUNCTION bool _ZN7QThread4waitEm(QThread *thread, unsigned long milliseconds)
 {
     static auto *const real = next<bool(QThread *, unsigned long)>(__func__);
-    const bool ended = real(thread, milliseconds);
-    if (ended)
-        takeEnd(thread);
-    return ended;
+    return joined(thread, real(thread, milliseconds));
 }
 
 // QBasicMutex::lockInternal(), lockInternal(int), unlockInternal()
@@ -145,10 +149,7 @@ QT_FUNCTION void _ZN11QBasicMutex12lockInternalEv(QBasicMutex *mutex)
 QT_FUNCTION bool _ZN11QBasicMutex12lockInternalEi(QBasicMutex *mutex, int timeout)
 {
     static auto *const real = next<bool(QBasicMutex *, int)>(__func__);
-    const bool locked = real(mutex, timeout);
-    if (locked)
-        __tsan_acquire(mutex);
-    return locked;
+    return taken(mutex, real(mutex, timeout));
 }
 
 QT_FUNCTION void _ZN11QBasicMutex14unlockInternalEv(QBasicMutex *mutex)
@@ -169,10 +170,7 @@ QT_FUNCTION void _ZN6QMutex4lockEv(QMutex *mutex)
 QT_FUNCTION bool _ZN6QMutex7tryLockEi(QMutex *mutex, int timeout)
 {
     static auto *const real = next<bool(QMutex *, int)>(__func__);
-    const bool locked = real(mutex, timeout);
-    if (locked)
-        __tsan_acquire(mutex);
-    return locked;
+    return taken(mutex, real(mutex, timeout));
 }
 
 QT_FUNCTION void _ZN6QMutex6unlockEv(QMutex *mutex)
@@ -193,19 +191,13 @@ QT_FUNCTION void _ZN10QSemaphore7acquireEi(void *semaphore, int count)
 QT_FUNCTION bool _ZN10QSemaphore10tryAcquireEi(void *semaphore, int count)
 {
     static auto *const real = next<bool(void *, int)>(__func__);
-    const bool acquired = real(semaphore, count);
-    if (acquired)
-        __tsan_acquire(semaphore);
-    return acquired;
+    return taken(semaphore, real(semaphore, count));
 }
 
 QT_FUNCTION bool _ZN10QSemaphore10tryAcquireEii(void *semaphore, int count, int timeout)
 {
     static auto *const real = next<bool(void *, int, int)>(__func__);
-    const bool acquired = real(semaphore, count, timeout);
-    if (acquired)
-        __tsan_acquire(semaphore);
-    return acquired;
+    return taken(semaphore, real(semaphore, count, timeout));
 }
 
 QT_FUNCTION void _ZN10QSemaphore7releaseEi(void *semaphore, int count)

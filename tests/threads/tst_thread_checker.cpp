@@ -7,12 +7,23 @@
 #include <QtCore/QThread>
 #include <QtTest/QtTest>
 
+#include <atomic>
 #include <functional>
 #include <memory>
+
+/// Has a signal: those of Qt's own classes are raised within Qt, where nothing is seen of them.
+class Sender : public QObject
+{
+    Q_OBJECT
+
+Q_SIGNALS:
+    void raised();
+};
 
 namespace {
 
 constexpr int Rounds = 20'000;
+constexpr int LimitMs = 60'000;
 
 using ThreadPointer = std::unique_ptr<QThread>;
 
@@ -29,6 +40,64 @@ void inTwoThreads(const std::function<void()> &work)
     const ThreadPointer other = started(work);
     one->wait();
     other->wait();
+}
+
+/// Calls of Qt that make the same orders as those below, by another way.
+int runFurtherCase(const QString &name)
+{
+    int number = 0;
+    if (name == QLatin1String("one lock with a limit")) {
+        QMutex mutex;
+        inTwoThreads([&number, &mutex] {
+            for (int round = 0; round < Rounds; ++round) {
+                while (!mutex.tryLock(LimitMs)) {
+                }
+                ++number;
+                mutex.unlock();
+            }
+        });
+    } else if (name == QLatin1String("wait for the thread with a limit")) {
+        const ThreadPointer thread = started([&number] { number = 1; });
+        if (!thread->wait(static_cast<unsigned long>(LimitMs)))
+            return 1;
+        ++number;
+    } else if (name == QLatin1String("semaphore with a limit")) {
+        QSemaphore semaphore;
+        const ThreadPointer thread = started([&number, &semaphore] {
+            number = 1;
+            semaphore.release();
+        });
+        if (!semaphore.tryAcquire(1, LimitMs))
+            return 1;
+        ++number;
+        thread->wait();
+    } else if (name == QLatin1String("queued signal")) {
+        Sender sender;
+        QObject receiver;
+        bool called = false;
+        QObject::connect(
+            &sender, &Sender::raised, &receiver, [&] { called = ++number == 2; }, Qt::QueuedConnection);
+        const ThreadPointer thread = started([&] {
+            number = 1;
+            Q_EMIT sender.raised();
+        });
+        while (!called)
+            QCoreApplication::processEvents();
+        thread->wait();
+    } else if (name == QLatin1String("connection")) {
+        Sender sender;
+        std::atomic<bool> called = false;
+        const ThreadPointer thread = started([&] {
+            while (!called)
+                Q_EMIT sender.raised();
+        });
+        number = 1;
+        QObject::connect(&sender, &Sender::raised, [&] { called.store(++number > 1, std::memory_order_relaxed); });
+        thread->wait();
+    } else {
+        return 1;
+    }
+    return 0;
 }
 
 int runCase(const QString &name)
@@ -86,7 +155,7 @@ int runCase(const QString &name)
             QCoreApplication::processEvents();
         thread->wait();
     } else {
-        return 1;
+        return runFurtherCase(name);
     }
     return 0;
 }
@@ -108,6 +177,11 @@ private Q_SLOTS:
         QTest::newRow("wait for the thread") << false;
         QTest::newRow("semaphore") << false;
         QTest::newRow("queued call") << false;
+        QTest::newRow("one lock with a limit") << false;
+        QTest::newRow("wait for the thread with a limit") << false;
+        QTest::newRow("semaphore with a limit") << false;
+        QTest::newRow("queued signal") << false;
+        QTest::newRow("connection") << false;
     }
 
     void racesAloneAreReported()

@@ -43,7 +43,8 @@ enum { NOMINAL_RATE = 3, SELF_RECEPTION = 9, DATA_FACTOR = 13 };
 struct loop_device {
 	struct miscdevice misc;
 	wait_queue_head_t readable;
-	DECLARE_KFIFO(queue, struct loop_frame, 1024);
+	/* At the pace of a full bus, nearly two seconds for a program that a busy emulator holds up. */
+	DECLARE_KFIFO(queue, struct loop_frame, 16384);
 	bool running;
 	bool echo;
 	u64 nominal;

@@ -2,19 +2,13 @@
 // The ways in which the USB adapter gives its port back, and that it can be opened again.
 #include "usb_line.h"
 
-#include <QtCore/QDir>
+#include "support/process_level.h"
+
 #include <QtSerialPort/QSerialPortInfo>
 
 namespace {
 
 using A = AbstractCanAdapter;
-
-int openDescriptors()
-{
-    return QDir(QStringLiteral("/proc/self/fd"))
-        .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot)
-        .size();
-}
 
 } // namespace
 

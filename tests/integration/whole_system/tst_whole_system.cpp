@@ -12,11 +12,11 @@
 #include "support/hex.h"
 #include "support/line_gateway.h"
 #include "support/open_adapter.h"
+#include "support/process_level.h"
 #include "usb_end.h"
 
 #include <BusLinkDesk/backends/socketcan/socket_can_adapter.h>
 
-#include <QtCore/QDir>
 #include <QtSerialPort/QSerialPortInfo>
 #include <QtTest/QtTest>
 
@@ -47,11 +47,6 @@ struct Saved
 bool hasCan()
 {
     return qEnvironmentVariableIsSet("BUSLINKDESK_GUEST");
-}
-
-int entriesOf(const char *folder)
-{
-    return QDir(QString::fromLatin1(folder)).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();
 }
 
 /// The set of an application and what is built on it. Its adapters are told by their place.
@@ -188,16 +183,16 @@ private Q_SLOTS:
         lifeOfAnApplication();
         lifeOfAnApplication();
         QThreadPool::globalInstance()->waitForDone();
-        const int threads = entriesOf("/proc/self/task");
-        const int descriptors = entriesOf("/proc/self/fd");
+        const int threads = threadCount();
+        const int descriptors = openDescriptors();
 #ifdef BUSLINKDESK_COUNT_HEAP_BLOCKS
         const qint64 blocks = heapBlocks();
 #endif
         for (int round = 0; round < 3; ++round) {
             lifeOfAnApplication();
             QVERIFY(!QTest::currentTestFailed());
-            QTRY_COMPARE_WITH_TIMEOUT(entriesOf("/proc/self/task"), threads, PatienceMs);
-            QCOMPARE(entriesOf("/proc/self/fd"), descriptors);
+            QTRY_COMPARE_WITH_TIMEOUT(threadCount(), threads, PatienceMs);
+            QCOMPARE(openDescriptors(), descriptors);
             QCOMPARE(udpSocketsOnPort(mPort), 0);
         }
 #ifdef BUSLINKDESK_COUNT_HEAP_BLOCKS

@@ -51,7 +51,8 @@ public:
     /// closed.
     /// *Fails:* `CAN::RetError` if the device cannot be opened.
     CAN::RetType open() override;
-    /// Ends reception within a pass of the loop, which is about 1 ms, and closes the device.
+    /// Ends reception within a pass of the loop, which is about 1 ms, and closes the device. It does so without a lock
+    /// and at once, so that the loop may be at the device just then; what that reads is not delivered.
     void closeAdapter() override;
     /// Sets the nominal rate in kbit/s: at once on an open device, between a stop and a start of the controller,
     /// else at the next `open()`. The data rate is a multiple of this one and has to be set again after it.

@@ -3,9 +3,9 @@
 #include "kernel_frames.h"
 #include "running_socket_can.h"
 #include "support/frame_recorder.h"
+#include "support/process_level.h"
 #include "support/stderr_recorder.h"
 
-#include <QtCore/QDir>
 #include <QtCore/QSemaphore>
 
 #include <cerrno>
@@ -18,13 +18,6 @@
 namespace {
 
 constexpr int WaitMs = 20000;
-
-int openDescriptors()
-{
-    return QDir(QStringLiteral("/proc/self/fd"))
-        .entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System)
-        .size();
-}
 
 QStringList callsOfOpen(const char *name = "can0")
 {

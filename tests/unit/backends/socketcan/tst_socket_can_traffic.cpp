@@ -20,8 +20,6 @@ struct Traffic : SocketCanFixture
 {
     FrameRecorder frames{adapter.get()};
 
-    /// Ends the loop before what it delivers to goes.
-    ~Traffic() { adapter.reset(); }
     void setOption(AbstractCanAdapter::AdapterOption option) { adapter->setCanAdapterOption(option, true); }
     /// Waits for so many frames in all.
     bool hasFrames(int count)
