@@ -79,24 +79,23 @@ void reportReceiving(const Report &report, const QString &what, const QString &b
 
 void reportSending(const Report &report, const QString &what, const QString &bus, int rounds, int frames)
 {
-    std::vector<CanPeer> peers = canPeers(bus);
     const auto run = [&](const CanPeer &peer) { return runSender(peer, frames); };
+    const std::vector<CanPeer> peers = canPeers(bus);
     reportSeries(report, what, peers, runInTurn(peers, rounds, frames, run));
     if (report.quick())
         return;
-    // The bare loop and Qt SerialBus tell of no frame that left, so that is the like to compare them with.
-    peers.resize(3);
-    peers[0] = adapterWithoutEcho(bus);
-    reportSeries(report, what + QStringLiteral(" without echo"), peers, runInTurn(peers, rounds, frames, run));
+    const std::vector<CanPeer> silent = peersWithoutEcho(bus);
+    reportSeries(report, what + QStringLiteral(" without echo"), silent, runInTurn(silent, rounds, frames, run));
 }
 
 void reportTimesOf(const Report &report, const QString &what, const QString &verb, int frames)
 {
     std::optional<PeerTimes> ours;
     for (const CanPeer &peer : canPeers()) {
-        if (!peer.times)
+        const QStringList command = peer.command(verb, frames);
+        if (command.isEmpty())
             continue;
-        const std::optional<PeerTimes> times = timesOf(peer.times(verb, frames));
+        const std::optional<PeerTimes> times = timesOf(command);
         if (!ours) {
             ours = times.value();
         } else if (!times) {

@@ -182,13 +182,7 @@ quint16 freeTcpPort()
     return probe.serverPort();
 }
 
-struct VirtualPeer
-{
-    QString name;
-    std::function<QStringList(const QString &verb, int frames)> command;
-};
-
-std::vector<VirtualPeer> virtualPeers()
+std::vector<CanPeer> virtualPeers()
 {
     const auto python = [](const char *bus) {
         return [bus](const QString &verb, int frames) {
@@ -222,7 +216,7 @@ struct Bursts
 void reportBursts(const Report &report)
 {
     const int frames = report.quick() ? 2000 : 100000;
-    const std::vector<VirtualPeer> peers = virtualPeers();
+    const std::vector<CanPeer> peers = virtualPeers();
     Bursts ours;
     Bursts bare;
     std::vector<Bursts> others(peers.size());
@@ -262,7 +256,7 @@ void reportRoundTrips(const Report &report)
     const PeerTimes ours = timesIn(roundTripsOverAdapters(trips));
     reportTimes(report, QStringLiteral("round trip"), ours, QStringLiteral("bare loop"),
                 timesIn(roundTripsOverBareSockets(trips)));
-    for (const VirtualPeer &peer : virtualPeers()) {
+    for (const CanPeer &peer : virtualPeers()) {
         if (const auto times = timesOf(peer.command(QStringLiteral("trips"), trips)))
             reportTimes(report, QStringLiteral("round trip"), ours, peer.name, *times);
     }
