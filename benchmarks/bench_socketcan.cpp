@@ -54,7 +54,7 @@ void reportSeries(const Report &report, const QString &what, const std::vector<C
             continue;
         }
         report.compare(what + QStringLiteral(", processor time a frame"), medianOf(all[0].processor),
-                       QStringLiteral("us"), Report::Better::Less, peers[index].name, medianOf(all[index].processor));
+                       QStringLiteral("µs"), Report::Better::Less, peers[index].name, medianOf(all[index].processor));
         report.compare(what + QStringLiteral(", frames a second"), medianOf(all[0].rate), QStringLiteral("1/s"),
                        Report::Better::More, peers[index].name, medianOf(all[index].rate));
     }

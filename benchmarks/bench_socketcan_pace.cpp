@@ -167,7 +167,7 @@ void reportPace(const Report &report, int intervalMs, int frames)
 {
     const Pace ours = paceOfTransmitter(intervalMs, frames).value();
     const QString name = QStringLiteral("%1 ms: ").arg(intervalMs);
-    const QString unit = QStringLiteral("us");
+    const QString unit = QStringLiteral("µs");
     for (const auto &[peer, pace] : {std::pair("bare loop", paceOfBareLoop(intervalMs, frames)),
                                      std::pair("kernel (BCM)", paceOfKernel(intervalMs, frames))}) {
         const QString peerName = QString::fromLatin1(peer);

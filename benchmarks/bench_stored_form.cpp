@@ -61,7 +61,7 @@ void reportPair(const Report &report, const QString &what, Call call, BareCall b
         ours.push_back(microseconds(call));
         bare.push_back(microseconds(bareCall));
     }
-    report.compare(what, medianOf(ours), QStringLiteral("us"), Report::Better::Less,
+    report.compare(what, medianOf(ours), QStringLiteral("µs"), Report::Better::Less,
                    QStringLiteral("stream of the values"), medianOf(bare));
 }
 

@@ -181,6 +181,6 @@ void reportTimes(const Report &report, const QString &what, const PeerTimes &our
     for (const auto &[name, value] :
          {std::pair("median", &PeerTimes::median), std::pair("99th percentile", &PeerTimes::percentile99),
           std::pair("99.9th percentile", &PeerTimes::percentile999)})
-        report.compare(QStringLiteral("%1, %2").arg(what, QLatin1String(name)), ours.*value, QStringLiteral("us"),
+        report.compare(QStringLiteral("%1, %2").arg(what, QLatin1String(name)), ours.*value, QStringLiteral("µs"),
                        Report::Better::Less, peer, theirs.*value);
 }

@@ -76,7 +76,8 @@ void Report::beside(const QString &what, double value, const QString &unit, cons
 
 void Report::write(const QString &text, QJsonObject row) const
 {
-    std::printf("%s\n", qPrintable(text));
+    // A guest has no locale that would know the units.
+    std::printf("%s\n", text.toUtf8().constData());
     row.insert(QStringLiteral("benchmark"), mBenchmark);
     if (mQuick)
         row.insert(QStringLiteral("quick"), true);
