@@ -61,16 +61,16 @@ double nanosecondsPerFrame(int frames, const Receiver &receiver, Deliver deliver
 void reportDelivery(const Report &report, const QString &what, int frames, FakeAdapter &adapter, BareSource &bare,
                     const Receiver &receiver)
 {
-    std::vector<double> ours;
-    std::vector<double> limits;
-    for (int run = 0; run < (report.quick() ? 1 : 15); ++run) {
-        ours.push_back(nanosecondsPerFrame(
-            frames, receiver, [&](const CAN::CanRxMessage &frame) { adapter.handleNewCanMessage(frame); }));
-        limits.push_back(
-            nanosecondsPerFrame(frames, receiver, [&](const CAN::CanRxMessage &frame) { bare.deliver(frame); }));
-    }
-    report.compare(what, medianOf(ours), QStringLiteral("ns"), Report::Better::Less, QStringLiteral("bare signals"),
-                   medianOf(limits));
+    const auto [ours, limit] = mediansInTurn(
+        report.quick() ? 1 : 15,
+        [&] {
+            return nanosecondsPerFrame(frames, receiver,
+                                       [&](const CAN::CanRxMessage &frame) { adapter.handleNewCanMessage(frame); });
+        },
+        [&] {
+            return nanosecondsPerFrame(frames, receiver, [&](const CAN::CanRxMessage &frame) { bare.deliver(frame); });
+        });
+    report.compare(what, ours, QStringLiteral("ns"), Report::Better::Less, QStringLiteral("bare signals"), limit);
 }
 
 void reportDirect(const Report &report)

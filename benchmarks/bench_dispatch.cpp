@@ -92,14 +92,14 @@ Cost costOf(int identifiers, const std::vector<quint32> &ids, int frames, int ru
         QObject::connect(sender, QOverload<CAN::CanRxMessage>::of(&CanSender::received), &receiver, &Receiver::take,
                          Qt::DirectConnection);
     const BareDispatch bare(identifiers, receiver);
-    std::vector<double> ours;
-    std::vector<double> limits;
-    for (int run = 0; run < runs; ++run) {
-        ours.push_back(
-            nanosecondsPerFrame(ids, frames, [&](CAN::CanRxMessage *frame) { scheduler.newRawCanMessage(frame); }));
-        limits.push_back(nanosecondsPerFrame(ids, frames, [&](CAN::CanRxMessage *frame) { bare.dispatch(frame); }));
-    }
-    return {medianOf(ours), medianOf(limits)};
+    const auto [ours, limit] = mediansInTurn(
+        runs,
+        [&] {
+            return nanosecondsPerFrame(ids, frames,
+                                       [&](CAN::CanRxMessage *frame) { scheduler.newRawCanMessage(frame); });
+        },
+        [&] { return nanosecondsPerFrame(ids, frames, [&](CAN::CanRxMessage *frame) { bare.dispatch(frame); }); });
+    return {ours, limit};
 }
 
 std::vector<quint32> shuffledIds(int identifiers)

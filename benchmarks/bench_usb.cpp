@@ -249,32 +249,28 @@ void reportWireFormat(const Report &report)
     const int frames = report.quick() ? 20'000 : 2'000'000;
     const int size = streamOf(1).size();
     const int runs = report.quick() ? 1 : 7;
-    const double copies = medianOfRuns(runs, [&] { return copiesPerSecond(frames, size); });
-    report.compare(QStringLiteral("frames of 8 bytes encoded"),
-                   medianOfRuns(runs, [&] { return encodedPerSecond(frames); }), QStringLiteral("1/s"),
-                   Report::Better::More, QStringLiteral("memcpy of a message"), copies);
-    report.compare(QStringLiteral("frames of 8 bytes decoded"),
-                   medianOfRuns(runs, [&] { return decodedPerSecond(frames); }), QStringLiteral("1/s"),
-                   Report::Better::More, QStringLiteral("memcpy of a message"), copies);
+    const auto [encoded, decoded, copies] = mediansInTurn(
+        runs, [&] { return encodedPerSecond(frames); }, [&] { return decodedPerSecond(frames); },
+        [&] { return copiesPerSecond(frames, size); });
+    const QString limit = QStringLiteral("memcpy of a message");
+    report.compare(QStringLiteral("frames of 8 bytes encoded"), encoded, QStringLiteral("1/s"), Report::Better::More,
+                   limit, copies);
+    report.compare(QStringLiteral("frames of 8 bytes decoded"), decoded, QStringLiteral("1/s"), Report::Better::More,
+                   limit, copies);
 }
 
 void reportThroughput(const Report &report)
 {
     const int frames = report.quick() ? 2'000 : 100'000;
-    std::vector<double> out;
-    std::vector<double> in;
-    std::vector<double> bareOut;
-    std::vector<double> bareIn;
-    for (int run = 0; run < (report.quick() ? 1 : 5); ++run) {
-        out.push_back(transmittedPerSecond(frames));
-        bareOut.push_back(bareTransmittedPerSecond(frames));
-        in.push_back(receivedPerSecond(frames));
-        bareIn.push_back(bareReceivedPerSecond(frames));
-    }
-    report.compare(QStringLiteral("frames written to the device"), medianOf(out), QStringLiteral("1/s"),
-                   Report::Better::More, QStringLiteral("bare loop"), medianOf(bareOut));
-    report.compare(QStringLiteral("frames delivered from the device"), medianOf(in), QStringLiteral("1/s"),
-                   Report::Better::More, QStringLiteral("bare loop"), medianOf(bareIn));
+    const auto [out, bareOut, in, bareIn] = mediansInTurn(
+        report.quick() ? 1 : 5, [&] { return transmittedPerSecond(frames); },
+        [&] { return bareTransmittedPerSecond(frames); }, [&] { return receivedPerSecond(frames); },
+        [&] { return bareReceivedPerSecond(frames); });
+    const QString limit = QStringLiteral("bare loop");
+    report.compare(QStringLiteral("frames written to the device"), out, QStringLiteral("1/s"), Report::Better::More,
+                   limit, bareOut);
+    report.compare(QStringLiteral("frames delivered from the device"), in, QStringLiteral("1/s"), Report::Better::More,
+                   limit, bareIn);
 }
 
 void reportIdleCost(const Report &report)
