@@ -79,7 +79,7 @@ private Q_SLOTS:
         connect(adapter.get(), &serialPortAdapter::serialPortError, this, [&errors] { ++errors; });
         connect(adapter.get(), &AbstractCanAdapter::interfaceError, this, [&errors] { ++errors; });
         adapter->open();
-        QVERIFY(QTest::qWaitFor([&] { return adapter->getRunning(); }, WaitMs));
+        QVERIFY(waitForLoop(adapter.get(), WaitMs));
         int thread = 0;
         adapter->inLoop([&thread] { thread = static_cast<int>(::syscall(SYS_gettid)); });
         device->send(wire(makeFrame(0x123, "1234567")));
@@ -134,7 +134,7 @@ private Q_SLOTS:
         MockSerialPort port;
         auto adapter = makeUsbAdapter(port.name());
         adapter->open();
-        QVERIFY(QTest::qWaitFor([&] { return adapter->getRunning(); }, WaitMs));
+        QVERIFY(waitForLoop(adapter.get(), WaitMs));
         // The first pass of the loop: until then the port is still looked up.
         adapter->inLoop([] {});
         port.unplug();
