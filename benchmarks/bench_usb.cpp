@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The USB adapter: its wire format beside a copy of the same bytes, its loop beside bare system calls on the same
-// pseudo-terminal, and what an adapter costs that has nothing to do.
+// pseudo-terminal.
 #include "support/mock_ports.h"
 #include "support/report.h"
 
@@ -20,7 +20,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 
@@ -225,25 +224,6 @@ double bareReceivedPerSecond(int frames)
            });
 }
 
-double processorSeconds()
-{
-    rusage usage{};
-    ::getrusage(RUSAGE_SELF, &usage);
-    const auto seconds = [](const timeval &time) {
-        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
-    };
-    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
-
-double idleCost(bool disableSleep, int milliseconds)
-{
-    OpenLine line;
-    line.adapter.setCanAdapterOption(AbstractCanAdapter::option_disableSleep, disableSleep);
-    const double before = processorSeconds();
-    const double passed = secondsOf([&] { QThread::msleep(static_cast<unsigned long>(milliseconds)); });
-    return 100.0 * (processorSeconds() - before) / passed;
-}
-
 void reportWireFormat(const Report &report)
 {
     const int frames = report.quick() ? 20'000 : 2'000'000;
@@ -273,14 +253,6 @@ void reportThroughput(const Report &report)
                    limit, bareIn);
 }
 
-void reportIdleCost(const Report &report)
-{
-    const int milliseconds = report.quick() ? 200 : 3000;
-    report.figure(QStringLiteral("open and idle"), idleCost(false, milliseconds), QStringLiteral("% of a processor"));
-    report.figure(QStringLiteral("open and idle, option_disableSleep"), idleCost(true, milliseconds),
-                  QStringLiteral("% of a processor"));
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -291,6 +263,5 @@ int main(int argc, char **argv)
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
     reportWireFormat(report);
     reportThroughput(report);
-    reportIdleCost(report);
     return 0;
 }
