@@ -2,6 +2,8 @@
 // What the adapter receives, sends and announces on a real kernel, with peers that share no code with it.
 #include "socketcan_guest.h"
 
+#include "support/loop_allocations.h"
+
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QProcess>
 #include <QtCore/QSemaphore>
@@ -378,6 +380,22 @@ private Q_SLOTS:
         QVERIFY(adapter->wait(WaitMs));
         QCOMPARE(states, (QVector<CAN::CanState>{CAN::CanStateErrorActive, CAN::CanStateErrorPassive,
                                                  CAN::CanStateBusOff, CAN::CanStateErrorActive}));
+    }
+
+    void loopAllocatesNothingForAFrame_data() { addLoops(); }
+    void loopAllocatesNothingForAFrame()
+    {
+        QFETCH(bool, canFd);
+        const Adapter adapter = makeAdapter("vcan0", canFd);
+        const LoopAllocations allocations(adapter.get(), 10, 200);
+        QVERIFY(openAndRun(adapter));
+        const RawCanSocket peer("vcan0");
+        for (int number = 0; number < 100; ++number) {
+            QVERIFY(peer.send(classicBytes(7, 8, eight)));
+            QVERIFY(peer.send(canFd ? fdBytes(7, 64, 0, QByteArray(64, 'd')) : classicBytes(8, 8, eight)));
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(allocations.count() >= 0, WaitMs);
+        QCOMPARE(allocations.count(), qint64(0));
     }
 
 private:

@@ -2,6 +2,7 @@
 #include "support/frame_recorder.h"
 #include "support/free_port.h"
 #include "support/log_recorder.h"
+#include "support/loop_allocations.h"
 #include "support/open_adapter.h"
 
 #include <QtCore/QTime>
@@ -366,6 +367,19 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(atB.count(), 20, WaitMs);
         for (int index = 0; index < 20; ++index)
             QCOMPARE(atB.frames().at(index).message.id, quint32(index));
+    }
+
+    void loopAllocatesNothingForAReceivedFrame()
+    {
+        const Adapter a = makeVirtualAdapter(mPort);
+        const Adapter b = makeVirtualAdapter(mPort);
+        const LoopAllocations allocations(b.get(), 10, 200);
+        QVERIFY(openOnBus(a.get()));
+        QVERIFY(openOnBus(b.get()));
+        for (quint32 index = 0; index < 200; ++index)
+            a->write(makeFrame(index, "12345678"));
+        QTRY_VERIFY_WITH_TIMEOUT(allocations.count() >= 0, WaitMs);
+        QCOMPARE(allocations.count(), qint64(0));
     }
 
     void framesOfSeveralThreadsAllGoOutEachInItsOrder()

@@ -10,6 +10,8 @@
 #include <QtCore/QDebug>
 #include <QtNetwork/QUdpSocket>
 
+#include <unistd.h>
+
 using buslink::relaxedLoad;
 
 namespace {
@@ -31,10 +33,14 @@ DemoCanAdapter::DemoCanAdapter(QString device, QObject *parent)
 DemoCanAdapter::~DemoCanAdapter()
 {
     quit();
+    if (mPauseEnd >= 0)
+        ::close(mPauseEnd);
 }
 
 CAN::RetType DemoCanAdapter::open()
 {
+    if (mPauseEnd < 0 && !isRunning())
+        mPauseEnd = buslink::openPauseEnd();
     mAnnouncing.exchange(true);
     start(QThread::InheritPriority);
     Q_EMIT newCanState(CAN::CanStateErrorActive, CanTimeStamp());
@@ -45,6 +51,7 @@ CAN::RetType DemoCanAdapter::open()
 void DemoCanAdapter::closeAdapter()
 {
     mRunningFlag.exchange(false);
+    endPause();
 }
 
 CAN::RetType DemoCanAdapter::setBitrate(unsigned short bitrate)
@@ -62,8 +69,10 @@ CAN::CanState DemoCanAdapter::getState()
 
 void DemoCanAdapter::prepareToTerminate()
 {
-    if (mRunningFlag.exchange(false))
+    if (mRunningFlag.exchange(false)) {
+        endPause();
         QThread::msleep(200);
+    }
     Q_EMIT newCanState(CAN::CanStateStopped, CanTimeStamp());
 }
 
@@ -101,8 +110,11 @@ void DemoCanAdapter::timeout() {}
 
 CAN::RetType DemoCanAdapter::write(CAN::CanMessage *pMessage)
 {
-    const QMutexLocker lock(&mTxMutex);
-    mTxQueue.append(*pMessage);
+    {
+        const QMutexLocker lock(&mTxMutex);
+        mTxQueue.append(*pMessage);
+    }
+    endPause();
     return CAN::RetOk;
 }
 
@@ -120,8 +132,7 @@ void DemoCanAdapter::run()
     while (mRunningFlag.load()) {
         handleTxQueue();
         readPendingDatagrams();
-        if (nothingToTransmit())
-            QThread::usleep(1);
+        pauseUnlessBusy();
     }
     deleteSockets();
 }
@@ -160,6 +171,23 @@ void DemoCanAdapter::deleteSockets()
 {
     delete std::exchange(mTxSocket, nullptr);
     delete std::exchange(mRxSocket, nullptr);
+}
+
+// Whoever writes or closes after the second look finds that the loop pauses, and ends that.
+void DemoCanAdapter::pauseUnlessBusy()
+{
+    if (!nothingToTransmit())
+        return;
+    mPausing.exchange(true);
+    if (nothingToTransmit() && mRunningFlag.load())
+        buslink::pauseUnlessReadable(mRxSocket->socketDescriptor(), mPauseEnd);
+    mPausing.exchange(false);
+}
+
+void DemoCanAdapter::endPause()
+{
+    if (mPausing.load() && mPausing.exchange(false))
+        buslink::endPause(mPauseEnd);
 }
 
 // The lock is only tried for: where a writer holds it, there is something to transmit.

@@ -20,11 +20,11 @@ class QUdpSocket;
 /// effect here: `option_portNumber` (read when the loop binds and at each transmission), `option_uniqueId` and
 /// `option_continuousTimestamp`.
 ///
-/// The receive loop polls: it never sleeps while there is something to transmit, and for the shortest
-/// pause the system has otherwise. It asks for a receive buffer of 8 MiB, which a process without
-/// CAP_NET_ADMIN gets only up to net.core.rmem_max; what arrives beyond the buffer while the loop is
-/// not scheduled is lost, as frames are on a real bus with a slow receiver. docs/virtual-bus.md has
-/// figures.
+/// The receive loop never pauses while there is something to transmit; a pause ends with a datagram, a `write()` or a
+/// close, and after 10 ms. From its first `open()` on an adapter holds one descriptor until it is deleted. It asks for
+/// a receive buffer of 8 MiB, which a process without CAP_NET_ADMIN gets only up to net.core.rmem_max; what arrives
+/// beyond the buffer while the loop is not scheduled is lost, as frames are on a real bus with a slow receiver.
+/// docs/virtual-bus.md has figures.
 ///
 /// *Thread:* `write(CAN::CanMessage*)` from any thread; delivery, echoes included, on the adapter's own.
 class BUSLINKDESK_EXPORT DemoCanAdapter : public AbstractCanAdapter
@@ -97,10 +97,14 @@ private:
     Q_DECL_HIDDEN void reportBindFailure();
     Q_DECL_HIDDEN void handleTxQueue();
     Q_DECL_HIDDEN bool nothingToTransmit();
+    Q_DECL_HIDDEN void pauseUnlessBusy();
+    Q_DECL_HIDDEN void endPause();
 
     QString mDeviceName;
     unsigned short mBitrate = 0;
     std::atomic<bool> mAnnouncing{false};
+    std::atomic<bool> mPausing{false};
+    int mPauseEnd = -1;
     QUdpSocket *mTxSocket = nullptr;
     QUdpSocket *mRxSocket = nullptr;
     QHostAddress mBroadcastAddress;

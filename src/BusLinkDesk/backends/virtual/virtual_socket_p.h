@@ -15,4 +15,14 @@ void enlargeReceiveBuffer(qintptr descriptor);
 /// *Fails:* false; nothing is waiting.
 bool receiveDatagram(qintptr descriptor, VirtualDatagram &datagram, quint16 &senderPort);
 
+/// Makes a descriptor that ends a pause, to be closed by the caller. *Fails:* -1.
+int openPauseEnd();
+
+/// Ends the pause at hand, or else the next one. *Thread:* any.
+void endPause(int pauseEnd);
+
+/// Pauses until a datagram is there or the pause is ended, but for 10 ms at most. Without something to end it,
+/// `pauseEnd` being -1, for the shortest time that the system offers.
+void pauseUnlessReadable(qintptr descriptor, int pauseEnd);
+
 } // namespace buslink
