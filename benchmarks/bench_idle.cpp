@@ -18,9 +18,11 @@
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QDir>
+#include <QtCore/QHash>
 #include <QtCore/QLoggingCategory>
 #include <QtNetwork/QTcpServer>
 
+#include <algorithm>
 #include <net/if.h>
 
 namespace {
@@ -31,26 +33,37 @@ struct Cost
     double wakeUps = 0.0;   ///< A second.
 };
 
-double wakeUpsSoFar()
+/// How often each thread has gone to sleep so far.
+using Switches = QHash<QString, qint64>;
+
+Switches switchesSoFar()
 {
-    double sum = 0.0;
-    const QDir tasks(QStringLiteral("/proc/self/task"));
-    for (const QString &task : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        const qint64 switches = voluntarySwitches(task);
-        sum += switches < 0 ? 0.0 : static_cast<double>(switches);
-    }
+    Switches switches;
+    for (const QString &thread : QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot))
+        switches.insert(thread, std::max(voluntarySwitches(thread), qint64(0)));
+    return switches;
+}
+
+/// Of the threads that are still there: those that ended before may be listed for a while.
+qint64 switchesSince(const Switches &before)
+{
+    qint64 sum = 0;
+    const Switches now = switchesSoFar();
+    for (auto thread = now.cbegin(); thread != now.cend(); ++thread)
+        sum += std::max(thread.value() - before.value(thread.key()), qint64(0));
     return sum;
 }
 
 /// The one wake-up of the wait itself is left out.
 Cost costOfWaiting(const Report &report)
 {
-    const double wakeUps = wakeUpsSoFar();
+    const Switches before = switchesSoFar();
     const Usage begin = Usage::now();
     QThread::msleep(report.quick() ? 200 : 5000);
     const Usage end = Usage::now();
     const double seconds = end.clock - begin.clock;
-    return {100.0 * (end.processor - begin.processor) / seconds, (wakeUpsSoFar() - wakeUps - 1) / seconds};
+    return {100.0 * (end.processor - begin.processor) / seconds,
+            static_cast<double>(switchesSince(before) - 1) / seconds};
 }
 
 /// A loop that does nothing but pause.
@@ -101,7 +114,7 @@ void reportVirtualBus(const Report &report)
     const auto adapter = makeVirtualAdapter(freeUdpPort());
     if (!openOnBus(adapter.get()))
         qFatal("no virtual bus");
-    reportOpen(report, "virtual bus", adapter.get(), 1);
+    reportOpen(report, "virtual bus", adapter.get(), 10000);
 }
 
 // Without its sleep the loop pauses too seldom for a limit.
