@@ -112,7 +112,7 @@ int main(int argc, char **argv)
     const QCoreApplication application(argc, argv);
     if (!hasPeerInterface(report))
         return 0;
-    const int rounds = report.quick() ? 1 : 7;
+    const int rounds = report.quick() ? 1 : 5;
     const int frames = report.quick() ? 1000 : 20000;
     const int burst = report.quick() ? 1000 : 100000;
     reportReceiving(report, QStringLiteral("receiving a full bus"), peerInterface, rounds, frames, FullBusRate);
