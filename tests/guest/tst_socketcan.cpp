@@ -388,7 +388,7 @@ private Q_SLOTS:
         QFETCH(bool, canFd);
         const Adapter adapter = makeAdapter("vcan0", canFd);
         const LoopAllocations allocations(adapter.get(), 10, 200);
-        QVERIFY(openAndRun(adapter));
+        QVERIFY(openAndWait(adapter.get(), WaitMs));
         const RawCanSocket peer("vcan0");
         for (int number = 0; number < 100; ++number) {
             QVERIFY(peer.send(classicBytes(7, 8, eight)));
