@@ -78,14 +78,9 @@ void measure(const Report &report, const Case &request)
     };
     const int repetitions = report.quick() ? 1 : 15;
     const double enoughSeconds = report.quick() ? 0.0 : 0.02;
-    std::vector<double> fastTimes;
-    std::vector<double> plainTimes;
-    for (int repetition = 0; repetition < repetitions; ++repetition) {
-        fastTimes.push_back(microsecondsOf(fast, enoughSeconds));
-        plainTimes.push_back(microsecondsOf(plain, enoughSeconds));
-    }
-    const double fastTime = medianOf(fastTimes);
-    const double plainTime = medianOf(plainTimes);
+    const auto [fastTime, plainTime] = mediansInTurn(
+        repetitions, [&] { return microsecondsOf(fast, enoughSeconds); },
+        [&] { return microsecondsOf(plain, enoughSeconds); });
     const QString peer = QStringLiteral("plain search");
     report.compare(name, fastTime, QStringLiteral("µs"), Report::Better::Less, peer, plainTime);
     const auto candidates = double(evaluated);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What it costs to hand a frame from an adapter's loop to its receivers, beside an object that does nothing but
-// emit the two signals. The two run in turn, so that both meet the same machine.
+// stamp the frame, note its time and emit the two signals. The two run in turn, so that both meet the same machine.
 #include "support/fake_adapter.h"
 #include "support/report.h"
 
@@ -18,6 +18,8 @@ class BareSource : public QObject
 public:
     void deliver(CAN::CanRxMessage frame)
     {
+        frame.adapterId = mId;
+        mLast = frame.timeStamp;
         Q_EMIT newFrame(&frame);
         Q_EMIT newFrameByValue(frame);
     }
@@ -25,6 +27,10 @@ public:
 Q_SIGNALS:
     void newFrame(CAN::CanRxMessage *frame);
     void newFrameByValue(CAN::CanRxMessage frame);
+
+private:
+    decltype(CAN::CanRxMessage::adapterId) mId = 1;
+    decltype(CAN::CanRxMessage::timeStamp) mLast{};
 };
 
 /// Takes the frames, so that a delivery is a whole one.
@@ -61,16 +67,16 @@ double nanosecondsPerFrame(int frames, const Receiver &receiver, Deliver deliver
 void reportDelivery(const Report &report, const QString &what, int frames, FakeAdapter &adapter, BareSource &bare,
                     const Receiver &receiver)
 {
-    std::vector<double> ours;
-    std::vector<double> limits;
-    for (int run = 0; run < (report.quick() ? 1 : 15); ++run) {
-        ours.push_back(nanosecondsPerFrame(
-            frames, receiver, [&](const CAN::CanRxMessage &frame) { adapter.handleNewCanMessage(frame); }));
-        limits.push_back(
-            nanosecondsPerFrame(frames, receiver, [&](const CAN::CanRxMessage &frame) { bare.deliver(frame); }));
-    }
-    report.compare(what, medianOf(ours), QStringLiteral("ns"), Report::Better::Less, QStringLiteral("bare signals"),
-                   medianOf(limits));
+    const auto [ours, limit] = mediansInTurn(
+        report.quick() ? 1 : 15,
+        [&] {
+            return nanosecondsPerFrame(frames, receiver,
+                                       [&](const CAN::CanRxMessage &frame) { adapter.handleNewCanMessage(frame); });
+        },
+        [&] {
+            return nanosecondsPerFrame(frames, receiver, [&](const CAN::CanRxMessage &frame) { bare.deliver(frame); });
+        });
+    report.compare(what, ours, QStringLiteral("ns"), Report::Better::Less, QStringLiteral("bare signals"), limit);
 }
 
 void reportDirect(const Report &report)

@@ -117,7 +117,7 @@ void reportPace(const Report &report, int jobs, int intervalMs, int frames)
     const BusRun result = run(jobs, intervalMs, frames);
     const QString name = jobs == 1 ? QStringLiteral("%1 ms").arg(intervalMs)
                                    : QStringLiteral("%1 ms, %2 at once").arg(intervalMs).arg(jobs);
-    const QString unit = QStringLiteral("us");
+    const QString unit = QStringLiteral("µs");
     const QString limit = QStringLiteral("bare loop");
     const auto line = [&](const char *what, double value, double peer) {
         report.compare(QStringLiteral("%1: %2").arg(name, QLatin1String(what)), value, unit, Report::Better::Less,
@@ -145,7 +145,7 @@ int main(int argc, char **argv)
     reportPace(report, 50, 10, 400 / share);
     const int frames = 300 / share;
     report.compare(QStringLiteral("10 ms: median excess with lower timer slack"),
-                   runBareLoops(1, 10, frames, true).median - 10000, QStringLiteral("us"), Report::Better::Less,
+                   runBareLoops(1, 10, frames, true).median - 10000, QStringLiteral("µs"), Report::Better::Less,
                    QStringLiteral("default slack"), runBareLoops(1, 10, frames, false).median - 10000);
     return 0;
 }

@@ -24,19 +24,6 @@ namespace {
 
 constexpr unsigned int CyclicId = 0x321;
 
-int interfaceIndex()
-{
-    return static_cast<int>(::if_nametoindex(peerInterface.toLatin1().constData()));
-}
-
-sockaddr_can interfaceAddress()
-{
-    sockaddr_can address{};
-    address.can_family = AF_CAN;
-    address.can_ifindex = interfaceIndex();
-    return address;
-}
-
 /// Hears the cyclic frames.
 class Listener
 {
@@ -46,7 +33,7 @@ public:
         const int on = 1;
         const can_filter filter{CyclicId, CAN_SFF_MASK};
         const timeval patience{20, 0};
-        const sockaddr_can address = interfaceAddress();
+        const sockaddr_can address = canAddress(peerInterface.toStdString());
         ::setsockopt(mDescriptor, SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on);
         ::setsockopt(mDescriptor, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
         ::setsockopt(mDescriptor, SOL_CAN_RAW, CAN_RAW_FILTER, &filter, sizeof filter);
@@ -95,7 +82,7 @@ private:
     int mDescriptor;
 };
 
-std::optional<Pace> paceOfTransmitter(int intervalMs, int frames)
+Pace paceOfTransmitter(int intervalMs, int frames)
 {
     SocketCanAdapter adapter(peerInterface);
     CanMessageTransmitter transmitter(1);
@@ -117,7 +104,7 @@ std::optional<Pace> paceOfTransmitter(int intervalMs, int frames)
     return pace;
 }
 
-std::optional<Pace> paceOfBareLoop(int intervalMs, int frames)
+Pace paceOfBareLoop(int intervalMs, int frames)
 {
     const Order order{"send", peerInterface.toStdString()};
     std::atomic<bool> stop = false;
@@ -151,7 +138,7 @@ std::optional<Pace> paceOfKernel(int intervalMs, int frames)
     frame.can_id = CyclicId;
     frame.len = CAN_MAX_DLEN;
     const std::array parts{iovec{&order, sizeof order}, iovec{&frame, sizeof frame}};
-    const sockaddr_can address = interfaceAddress();
+    const sockaddr_can address = canAddress(peerInterface.toStdString());
     const Listener listener;
     const int socket = ::socket(PF_CAN, SOCK_DGRAM, CAN_BCM);
     std::optional<Pace> pace;
@@ -165,10 +152,10 @@ std::optional<Pace> paceOfKernel(int intervalMs, int frames)
 
 void reportPace(const Report &report, int intervalMs, int frames)
 {
-    const Pace ours = paceOfTransmitter(intervalMs, frames).value();
+    const Pace ours = paceOfTransmitter(intervalMs, frames);
     const QString name = QStringLiteral("%1 ms: ").arg(intervalMs);
-    const QString unit = QStringLiteral("us");
-    for (const auto &[peer, pace] : {std::pair("bare loop", paceOfBareLoop(intervalMs, frames)),
+    const QString unit = QStringLiteral("µs");
+    for (const auto &[peer, pace] : {std::pair("bare loop", std::optional(paceOfBareLoop(intervalMs, frames))),
                                      std::pair("kernel (BCM)", paceOfKernel(intervalMs, frames))}) {
         const QString peerName = QString::fromLatin1(peer);
         if (!pace) {

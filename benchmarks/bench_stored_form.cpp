@@ -55,14 +55,10 @@ void reportPair(const Report &report, const QString &what, Call call, BareCall b
                })
                * 1e6 / calls;
     };
-    std::vector<double> ours;
-    std::vector<double> bare;
-    for (int run = 0; run < (report.quick() ? 1 : 15); ++run) {
-        ours.push_back(microseconds(call));
-        bare.push_back(microseconds(bareCall));
-    }
-    report.compare(what, medianOf(ours), QStringLiteral("us"), Report::Better::Less,
-                   QStringLiteral("stream of the values"), medianOf(bare));
+    const auto [ours, bare] = mediansInTurn(
+        report.quick() ? 1 : 15, [&] { return microseconds(call); }, [&] { return microseconds(bareCall); });
+    report.compare(what, ours, QStringLiteral("µs"), Report::Better::Less, QStringLiteral("stream of the values"),
+                   bare);
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The USB adapter: its wire format beside a copy of the same bytes, its loop beside bare system calls on the same
-// pseudo-terminal, and what an adapter costs that has nothing to do.
+// pseudo-terminal.
 #include "support/mock_ports.h"
 #include "support/report.h"
 
@@ -20,7 +20,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 
@@ -225,64 +224,33 @@ double bareReceivedPerSecond(int frames)
            });
 }
 
-double processorSeconds()
-{
-    rusage usage{};
-    ::getrusage(RUSAGE_SELF, &usage);
-    const auto seconds = [](const timeval &time) {
-        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
-    };
-    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
-
-double idleCost(bool disableSleep, int milliseconds)
-{
-    OpenLine line;
-    line.adapter.setCanAdapterOption(AbstractCanAdapter::option_disableSleep, disableSleep);
-    const double before = processorSeconds();
-    const double passed = secondsOf([&] { QThread::msleep(static_cast<unsigned long>(milliseconds)); });
-    return 100.0 * (processorSeconds() - before) / passed;
-}
-
 void reportWireFormat(const Report &report)
 {
     const int frames = report.quick() ? 20'000 : 2'000'000;
     const int size = streamOf(1).size();
     const int runs = report.quick() ? 1 : 7;
-    const double copies = medianOfRuns(runs, [&] { return copiesPerSecond(frames, size); });
-    report.compare(QStringLiteral("frames of 8 bytes encoded"),
-                   medianOfRuns(runs, [&] { return encodedPerSecond(frames); }), QStringLiteral("1/s"),
-                   Report::Better::More, QStringLiteral("memcpy of a message"), copies);
-    report.compare(QStringLiteral("frames of 8 bytes decoded"),
-                   medianOfRuns(runs, [&] { return decodedPerSecond(frames); }), QStringLiteral("1/s"),
-                   Report::Better::More, QStringLiteral("memcpy of a message"), copies);
+    const auto [encoded, decoded, copies] = mediansInTurn(
+        runs, [&] { return encodedPerSecond(frames); }, [&] { return decodedPerSecond(frames); },
+        [&] { return copiesPerSecond(frames, size); });
+    const QString limit = QStringLiteral("memcpy of a message");
+    report.compare(QStringLiteral("frames of 8 bytes encoded"), encoded, QStringLiteral("1/s"), Report::Better::More,
+                   limit, copies);
+    report.compare(QStringLiteral("frames of 8 bytes decoded"), decoded, QStringLiteral("1/s"), Report::Better::More,
+                   limit, copies);
 }
 
 void reportThroughput(const Report &report)
 {
     const int frames = report.quick() ? 2'000 : 100'000;
-    std::vector<double> out;
-    std::vector<double> in;
-    std::vector<double> bareOut;
-    std::vector<double> bareIn;
-    for (int run = 0; run < (report.quick() ? 1 : 5); ++run) {
-        out.push_back(transmittedPerSecond(frames));
-        bareOut.push_back(bareTransmittedPerSecond(frames));
-        in.push_back(receivedPerSecond(frames));
-        bareIn.push_back(bareReceivedPerSecond(frames));
-    }
-    report.compare(QStringLiteral("frames written to the device"), medianOf(out), QStringLiteral("1/s"),
-                   Report::Better::More, QStringLiteral("bare loop"), medianOf(bareOut));
-    report.compare(QStringLiteral("frames delivered from the device"), medianOf(in), QStringLiteral("1/s"),
-                   Report::Better::More, QStringLiteral("bare loop"), medianOf(bareIn));
-}
-
-void reportIdleCost(const Report &report)
-{
-    const int milliseconds = report.quick() ? 200 : 3000;
-    report.figure(QStringLiteral("open and idle"), idleCost(false, milliseconds), QStringLiteral("% of a processor"));
-    report.figure(QStringLiteral("open and idle, option_disableSleep"), idleCost(true, milliseconds),
-                  QStringLiteral("% of a processor"));
+    const auto [out, bareOut, in, bareIn] = mediansInTurn(
+        report.quick() ? 1 : 5, [&] { return transmittedPerSecond(frames); },
+        [&] { return bareTransmittedPerSecond(frames); }, [&] { return receivedPerSecond(frames); },
+        [&] { return bareReceivedPerSecond(frames); });
+    const QString limit = QStringLiteral("bare loop");
+    report.compare(QStringLiteral("frames written to the device"), out, QStringLiteral("1/s"), Report::Better::More,
+                   limit, bareOut);
+    report.compare(QStringLiteral("frames delivered from the device"), in, QStringLiteral("1/s"), Report::Better::More,
+                   limit, bareIn);
 }
 
 } // namespace
@@ -295,6 +263,5 @@ int main(int argc, char **argv)
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
     reportWireFormat(report);
     reportThroughput(report);
-    reportIdleCost(report);
     return 0;
 }

@@ -9,6 +9,7 @@
 #include "support/report.h"
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QSemaphore>
 #include <QtNetwork/QTcpServer>
 
 #include <arpa/inet.h>
@@ -131,7 +132,7 @@ Burst burstOverBareSockets(quint32 frames)
 std::vector<double> roundTripsOverAdapters(int count)
 {
     const quint16 port = freeUdpPort();
-    std::atomic<int> answers = 0;
+    QSemaphore answers; // not looked at again and again, which would take a processor from the adapters
     Clock::time_point answered;
     const auto left = makeVirtualAdapter(port);
     const auto right = makeVirtualAdapter(port);
@@ -139,7 +140,7 @@ std::vector<double> roundTripsOverAdapters(int count)
                      [&right](CAN::CanRxMessage *message) { right->write(&message->message); });
     QObject::connect(left.get(), &AbstractCanAdapter::newCanMessage, [&](CAN::CanRxMessage *) {
         answered = Clock::now();
-        answers.fetch_add(1, std::memory_order_release);
+        answers.release();
     });
     openOnBus(right.get());
     openOnBus(left.get());
@@ -147,8 +148,7 @@ std::vector<double> roundTripsOverAdapters(int count)
     for (int trip = 0; trip < count; ++trip) {
         const auto start = Clock::now();
         left->write(makeFrame(static_cast<quint32>(trip), "12345678"));
-        while (answers.load(std::memory_order_acquire) == trip)
-            std::this_thread::sleep_for(std::chrono::microseconds(20));
+        answers.acquire();
         microseconds.push_back(std::chrono::duration<double, std::micro>(answered - start).count());
     }
     return microseconds;
@@ -156,18 +156,29 @@ std::vector<double> roundTripsOverAdapters(int count)
 
 std::vector<double> roundTripsOverBareSockets(int count)
 {
-    // A port each way, so that nobody hears itself.
-    BareSide there(freeUdpPort());
-    BareSide back(freeUdpPort());
+    const quint16 port = freeUdpPort();
+    BareSide left(port);
+    BareSide right(port);
+    // Even numbers ask, odd ones answer, and each side drops its own.
+    const auto waitFor = [](BareSide &side, quint32 number) {
+        qint64 got = side.receive(true);
+        while (got >= 0 && got != number)
+            got = side.receive(true);
+        if (got < 0)
+            qFatal("a bare frame did not come");
+    };
+    const auto trips = static_cast<quint32>(count);
     std::thread other([&] {
-        for (int trip = 0; trip < count; ++trip)
-            back.send(static_cast<quint32>(there.receive(true)));
+        for (quint32 trip = 0; trip < trips; ++trip) {
+            waitFor(right, 2 * trip);
+            right.send(2 * trip + 1);
+        }
     });
     std::vector<double> microseconds;
-    for (int trip = 0; trip < count; ++trip) {
+    for (quint32 trip = 0; trip < trips; ++trip) {
         const auto start = Clock::now();
-        there.send(static_cast<quint32>(trip));
-        back.receive(true);
+        left.send(2 * trip);
+        waitFor(left, 2 * trip + 1);
         microseconds.push_back(std::chrono::duration<double, std::micro>(Clock::now() - start).count());
     }
     other.join();
@@ -182,13 +193,7 @@ quint16 freeTcpPort()
     return probe.serverPort();
 }
 
-struct VirtualPeer
-{
-    QString name;
-    std::function<QStringList(const QString &verb, int frames)> command;
-};
-
-std::vector<VirtualPeer> virtualPeers()
+std::vector<CanPeer> virtualPeers()
 {
     const auto python = [](const char *bus) {
         return [bus](const QString &verb, int frames) {
@@ -222,7 +227,7 @@ struct Bursts
 void reportBursts(const Report &report)
 {
     const int frames = report.quick() ? 2000 : 100000;
-    const std::vector<VirtualPeer> peers = virtualPeers();
+    const std::vector<CanPeer> peers = virtualPeers();
     Bursts ours;
     Bursts bare;
     std::vector<Bursts> others(peers.size());
@@ -262,7 +267,7 @@ void reportRoundTrips(const Report &report)
     const PeerTimes ours = timesIn(roundTripsOverAdapters(trips));
     reportTimes(report, QStringLiteral("round trip"), ours, QStringLiteral("bare loop"),
                 timesIn(roundTripsOverBareSockets(trips)));
-    for (const VirtualPeer &peer : virtualPeers()) {
+    for (const CanPeer &peer : virtualPeers()) {
         if (const auto times = timesOf(peer.command(QStringLiteral("trips"), trips)))
             reportTimes(report, QStringLiteral("round trip"), ours, peer.name, *times);
     }

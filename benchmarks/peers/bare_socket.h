@@ -11,6 +11,15 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+/// The address of an interface; its index is 0 where there is none of that name.
+inline sockaddr_can canAddress(const std::string &interface)
+{
+    sockaddr_can address{};
+    address.can_family = AF_CAN;
+    address.can_ifindex = static_cast<int>(::if_nametoindex(interface.c_str()));
+    return address;
+}
+
 /// A raw socket on a CAN interface and the system calls that a frame cannot do without, with nothing around them.
 class BareSocket
 {
@@ -19,9 +28,7 @@ public:
     {
         const int bytes = 500'000;
         const int on = mFd;
-        sockaddr_can address{};
-        address.can_family = AF_CAN;
-        address.can_ifindex = static_cast<int>(::if_nametoindex(order.interface.c_str()));
+        const sockaddr_can address = canAddress(order.interface);
         if (::setsockopt(mDescriptor, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) != 0)
             ::setsockopt(mDescriptor, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
         ::setsockopt(mDescriptor, SOL_CAN_RAW, CAN_RAW_FD_FRAMES, &on, sizeof on);

@@ -17,11 +17,21 @@ namespace {
 
 CanPeer ownPeer(const QString &name, const char *program, const QString &bus)
 {
-    const auto command = [program, bus](const QString &verb) {
-        return [program, bus, verb](int frames) { return peerCommand(program, verb, bus, frames); };
-    };
-    return {name, command(QStringLiteral("receive")), command(QStringLiteral("send")),
-            [program, bus](const QString &verb, int frames) { return peerCommand(program, verb, bus, frames); }};
+    return {name, [program, bus](const QString &verb, int frames) { return peerCommand(program, verb, bus, frames); }};
+}
+
+QStringList canUtilsCommand(const QString &verb, const QString &bus, int frames)
+{
+    QString command;
+    if (verb == QLatin1String("receive"))
+        command = QStringLiteral("candump -n %1 -T 5000 %2");
+    else if (verb == QLatin1String("send") && bus == fdBus())
+        command = QStringLiteral("cangen -g 0 -I i -D i -f -b -L 64 -n %1 %2");
+    else if (verb == QLatin1String("send"))
+        command = QStringLiteral("cangen -g 0 -I i -D i -L 8 -n %1 %2");
+    else
+        return {};
+    return command.arg(frames).arg(peerInterface).split(QLatin1Char(' '));
 }
 
 /// The sockets that the kernel passes all frames of the interface to.
@@ -91,40 +101,33 @@ QStringList bareSender(const QString &bus, int frames, double framesPerSecond)
     return peerCommand("bare_can_peer", QStringLiteral("send"), bus, frames) << QString::number(framesPerSecond);
 }
 
-CanPeer adapterWithoutEcho(const QString &bus)
-{
-    CanPeer own = canPeers(bus).front();
-    own.send = [bus](int frames) {
-        return peerCommand("adapter_can_peer", QStringLiteral("send-without-echo"), bus, frames);
-    };
-    return own;
-}
-
 std::vector<CanPeer> canPeers(const QString &bus)
 {
-    const auto candump = [](int frames) {
-        return QStringList{QStringLiteral("candump"), QStringLiteral("-n"),   QString::number(frames),
-                           QStringLiteral("-T"),      QStringLiteral("5000"), peerInterface};
-    };
-    const QString frame = bus == fdBus() ? QStringLiteral("-f -b -L 64") : QStringLiteral("-L 8");
-    const auto cangen = [frame](int frames) {
-        return QString::fromLatin1("cangen -g 0 -I i -D i %1 -n %2 %3")
-            .arg(frame)
-            .arg(frames)
-            .arg(peerInterface)
-            .split(QLatin1Char(' '));
-    };
+    const auto canUtils = [bus](const QString &verb, int frames) { return canUtilsCommand(verb, bus, frames); };
     return {ownPeer(QStringLiteral("adapter"), "adapter_can_peer", bus),
-            ownPeer(QStringLiteral("bare loop"), "bare_can_peer", bus),
-            ownPeer(QStringLiteral("Qt SerialBus"), "serialbus_can_peer", bus),
+            ownPeer(bareLoopPeer, "bare_can_peer", bus),
+            ownPeer(serialBusPeer, "serialbus_can_peer", bus),
             ownPeer(QStringLiteral("python-can"), "python_can_peer", bus),
-            {QStringLiteral("candump/cangen"), candump, cangen, {}, false}};
+            {QStringLiteral("candump/cangen"), canUtils, false}};
+}
+
+std::vector<CanPeer> peersWithoutEcho(const QString &bus)
+{
+    const auto adapter = [bus](const QString &verb, int frames) {
+        return peerCommand("adapter_can_peer", verb + QStringLiteral("-without-echo"), bus, frames);
+    };
+    std::vector<CanPeer> silent{{QStringLiteral("adapter without echo"), adapter}};
+    for (const CanPeer &peer : canPeers(bus)) {
+        if (peer.name == bareLoopPeer || peer.name == serialBusPeer)
+            silent.push_back(peer);
+    }
+    return silent;
 }
 
 std::optional<PeerResult> runReceiver(const CanPeer &peer, const QString &bus, int frames, double framesPerSecond)
 {
     const int before = listeners();
-    ChildProcess receiver(peer.receive(frames));
+    ChildProcess receiver(peer.command(QStringLiteral("receive"), frames));
     while (receiver.isRunning() && listeners() == before)
         ::usleep(10'000);
     const double processorBefore = receiver.processorSeconds();
@@ -146,10 +149,11 @@ std::optional<PeerResult> runReceiver(const CanPeer &peer, const QString &bus, i
 
 std::optional<PeerResult> runSender(const CanPeer &peer, int frames)
 {
+    const QString verb = QStringLiteral("send");
     if (peer.measuresItself)
-        return resultOf(peer.send(frames));
-    const std::optional<PeerResult> one = resultOfWholeRun(peer.send(1), 1);
-    const std::optional<PeerResult> all = resultOfWholeRun(peer.send(frames + 1), frames + 1);
+        return resultOf(peer.command(verb, frames));
+    const std::optional<PeerResult> one = resultOfWholeRun(peer.command(verb, 1), 1);
+    const std::optional<PeerResult> all = resultOfWholeRun(peer.command(verb, frames + 1), frames + 1);
     if (!one || !all)
         return std::nullopt;
     return PeerResult{all->frames - one->frames, all->seconds - one->seconds,
@@ -177,6 +181,6 @@ void reportTimes(const Report &report, const QString &what, const PeerTimes &our
     for (const auto &[name, value] :
          {std::pair("median", &PeerTimes::median), std::pair("99th percentile", &PeerTimes::percentile99),
           std::pair("99.9th percentile", &PeerTimes::percentile999)})
-        report.compare(QStringLiteral("%1, %2").arg(what, QLatin1String(name)), ours.*value, QStringLiteral("us"),
+        report.compare(QStringLiteral("%1, %2").arg(what, QLatin1String(name)), ours.*value, QStringLiteral("µs"),
                        Report::Better::Less, peer, theirs.*value);
 }

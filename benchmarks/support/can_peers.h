@@ -25,15 +25,12 @@ struct PeerTimes
     double percentile999 = 0.0;
 };
 
-/// A program that takes part in the traffic on a CAN interface.
+/// A program that takes part in the traffic on a bus.
 struct CanPeer
 {
     QString name;
-    /// The command lines for a number of frames.
-    std::function<QStringList(int frames)> receive;
-    std::function<QStringList(int frames)> send;
-    /// Where it can measure times: peer.h tells the verbs.
-    std::function<QStringList(const QString &verb, int frames)> times = {};
+    /// The command line for a verb, which peer.h tells, and a number of frames; empty for what it cannot do.
+    std::function<QStringList(const QString &verb, int frames)> command;
     /// Whether it measures itself and prints the result. Of one that does not, all its output is lines of a
     /// received frame each, and what it needs to start and to end is taken off.
     bool measuresItself = true;
@@ -64,11 +61,15 @@ inline QString fdBus()
 /// The sender that all receivers get their frames from, as fast as it can or at a pace.
 QStringList bareSender(const QString &bus, int frames, double framesPerSecond = 0.0);
 
+/// The names of two of them.
+inline const QString bareLoopPeer = QStringLiteral("bare loop");
+inline const QString serialBusPeer = QStringLiteral("Qt SerialBus");
+
 /// Ours first, the bare loop next, then the others. What is not installed is among them.
 std::vector<CanPeer> canPeers(const QString &bus = peerInterface);
 
-/// Our adapter with echo turned off, for sending.
-CanPeer adapterWithoutEcho(const QString &bus);
+/// Those of them that tell of no frame that left, ours with its echo turned off. To be asked to send.
+std::vector<CanPeer> peersWithoutEcho(const QString &bus);
 
 /// What the peer received of the frames that the bare sender sent; nothing if it cannot run here.
 std::optional<PeerResult> runReceiver(const CanPeer &peer, const QString &bus, int frames, double framesPerSecond);

@@ -15,6 +15,16 @@ QString number(double value)
     return QString::number(value, 'f', std::fabs(value) >= 100 || value == std::floor(value) ? 0 : 3);
 }
 
+QString figureText(const QString &what, double value, const QString &unit)
+{
+    return QStringLiteral("  %1  %2 %3").arg(what, -52).arg(number(value), 12).arg(unit);
+}
+
+QJsonObject figureRow(const QString &what, double value, const QString &unit)
+{
+    return {{QStringLiteral("what"), what}, {QStringLiteral("value"), value}, {QStringLiteral("unit"), unit}};
+}
+
 } // namespace
 
 Report::Report(int argc, char **argv, const QString &benchmark) : mBenchmark(benchmark)
@@ -38,45 +48,39 @@ void Report::note(const QString &text) const
 
 void Report::figure(const QString &what, double value, const QString &unit) const
 {
-    write(QStringLiteral("  %1  %2 %3").arg(what, -52).arg(number(value), 12).arg(unit),
-          {{QStringLiteral("what"), what}, {QStringLiteral("value"), value}, {QStringLiteral("unit"), unit}});
+    write(figureText(what, value, unit), figureRow(what, value, unit));
 }
 
 void Report::compare(const QString &what, double value, const QString &unit, Better better, const QString &peer,
                      double peerValue) const
 {
     const double ratio = better == Better::More ? value / peerValue : peerValue / value;
-    if (!std::isfinite(ratio)) {
-        beside(what, value, unit, peer, peerValue);
-        return;
-    }
-    write(QStringLiteral("  %1  %2 %3   %4: %5   ratio %6")
-              .arg(what, -52)
-              .arg(number(value), 12)
-              .arg(unit, peer, number(peerValue))
-              .arg(ratio, 0, 'f', 3),
-          {{QStringLiteral("what"), what},
-           {QStringLiteral("value"), value},
-           {QStringLiteral("unit"), unit},
-           {QStringLiteral("peer"), peer},
-           {QStringLiteral("peerValue"), peerValue},
-           {QStringLiteral("ratio"), ratio}});
+    writeBeside(what, value, unit, peer, peerValue, std::isfinite(ratio) ? std::optional(ratio) : std::nullopt);
 }
 
 void Report::beside(const QString &what, double value, const QString &unit, const QString &peer, double peerValue) const
 {
-    write(
-        QStringLiteral("  %1  %2 %3   %4: %5").arg(what, -52).arg(number(value), 12).arg(unit, peer, number(peerValue)),
-        {{QStringLiteral("what"), what},
-         {QStringLiteral("value"), value},
-         {QStringLiteral("unit"), unit},
-         {QStringLiteral("peer"), peer},
-         {QStringLiteral("peerValue"), peerValue}});
+    writeBeside(what, value, unit, peer, peerValue, std::nullopt);
+}
+
+void Report::writeBeside(const QString &what, double value, const QString &unit, const QString &peer, double peerValue,
+                         std::optional<double> ratio) const
+{
+    QString text = figureText(what, value, unit) + QStringLiteral("   %1: %2").arg(peer, number(peerValue));
+    QJsonObject row = figureRow(what, value, unit);
+    row.insert(QStringLiteral("peer"), peer);
+    row.insert(QStringLiteral("peerValue"), peerValue);
+    if (ratio) {
+        text += QStringLiteral("   ratio %1").arg(*ratio, 0, 'f', 3);
+        row.insert(QStringLiteral("ratio"), *ratio);
+    }
+    write(text, row);
 }
 
 void Report::write(const QString &text, QJsonObject row) const
 {
-    std::printf("%s\n", qPrintable(text));
+    // A guest has no locale that would know the units.
+    std::printf("%s\n", text.toUtf8().constData());
     row.insert(QStringLiteral("benchmark"), mBenchmark);
     if (mQuick)
         row.insert(QStringLiteral("quick"), true);

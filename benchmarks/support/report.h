@@ -7,7 +7,9 @@
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
+#include <array>
 #include <chrono>
+#include <optional>
 #include <vector>
 
 /// What a benchmark prints: figures beside the limit or the peer that the same run measured. A program
@@ -35,6 +37,8 @@ public:
     bool quick() const { return mQuick; }
 
 private:
+    void writeBeside(const QString &what, double value, const QString &unit, const QString &peer, double peerValue,
+                     std::optional<double> ratio) const;
     void write(const QString &text, QJsonObject row) const;
 
     QString mBenchmark;
@@ -51,13 +55,17 @@ double secondsOf(Call call)
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-/// The median of `repetitions` results of a call that returns a measurement.
-template <typename Call>
-double medianOfRuns(int repetitions, Call call)
+/// The median of the results of each call, which returns a measurement. They are called in turn, so that what else the
+/// machine does meets all of them.
+template <typename... Calls>
+std::array<double, sizeof...(Calls)> mediansInTurn(int rounds, Calls... calls)
 {
-    std::vector<double> values;
-    values.reserve(static_cast<std::size_t>(repetitions));
-    for (int run = 0; run < repetitions; ++run)
-        values.push_back(call());
-    return medianOf(std::move(values));
+    std::array<std::vector<double>, sizeof...(Calls)> results;
+    for (int round = 0; round < rounds; ++round) {
+        std::size_t call = 0;
+        (results[call++].push_back(calls()), ...);
+    }
+    std::array<double, sizeof...(Calls)> medians{};
+    std::transform(results.begin(), results.end(), medians.begin(), medianOf);
+    return medians;
 }

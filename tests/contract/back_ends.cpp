@@ -38,10 +38,7 @@ public:
         adapter->setCanAdapterOption(AbstractCanAdapter::option_uniqueId, uniqueId);
         return adapter;
     }
-    bool open(AbstractCanAdapter *adapter) override
-    {
-        return adapter->open() == CAN::RetOk && QTest::qWaitFor([adapter] { return adapter->getRunning(); }, 60000);
-    }
+    bool open(AbstractCanAdapter *adapter) override { return openAndWait(adapter); }
 
 private:
     static int usedInterfaces;
@@ -65,7 +62,7 @@ public:
     bool open(AbstractCanAdapter *adapter) override
     {
         adapter->open();
-        return QTest::qWaitFor([adapter] { return adapter->getRunning(); }, 20000);
+        return waitForLoop(adapter, 20000);
     }
 
 private:

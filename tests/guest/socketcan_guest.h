@@ -27,12 +27,6 @@ inline Adapter makeAdapter(const char *interface = "vcan0", bool canFd = false)
     return adapter;
 }
 
-/// Opens an adapter and waits until its loop runs: one that is stopped before that would run on.
-inline bool openAndRun(const Adapter &adapter)
-{
-    return adapter->open() == CAN::RetOk && QTest::qWaitFor([&] { return adapter->getRunning(); }, WaitMs);
-}
-
 /// A message for one of the two kinds of frame.
 inline CAN::CanMessage message(quint32 id, const QByteArray &payload, bool isFd = false)
 {

@@ -71,11 +71,7 @@ struct Side
     ~Side() { adapter.reset(); }
     Side(const Side &) = delete;
     Side &operator=(const Side &) = delete;
-    /// Opens the adapter and waits until its loop runs: one that is stopped before that would run on.
-    bool open() const
-    {
-        return adapter->open() == CAN::RetOk && QTest::qWaitFor([this] { return adapter->getRunning(); }, WaitMs);
-    }
+    bool open() const { return openAndWait(adapter.get(), WaitMs); }
     bool close() const
     {
         adapter->closeAdapter();

@@ -93,7 +93,7 @@ private Q_SLOTS:
         const Adapter adapter = makeAdapter("vcan0", canFd);
         adapter->setCanAdapterOption(AbstractCanAdapter::option_uniqueId, 9);
         const FrameRecorder frames(adapter.get());
-        QVERIFY(openAndRun(adapter));
+        QVERIFY(openAndWait(adapter.get(), WaitMs));
         QVERIFY(RawCanSocket("vcan0").send(frame));
         QTRY_COMPARE_WITH_TIMEOUT(frames.count(), 1, WaitMs);
         const CAN::CanRxMessage record = frames.frames().constFirst();
@@ -134,7 +134,7 @@ private Q_SLOTS:
         const RawCanSocket peer("vcan0");
         const Adapter adapter = makeAdapter();
         const FrameRecorder frames(adapter.get());
-        QVERIFY(openAndRun(adapter));
+        QVERIFY(openAndWait(adapter.get(), WaitMs));
         QCOMPARE(adapter->write(&sent), CAN::RetOk);
         QByteArray received = peer.receive();
         if (received.size() == int(CANFD_MTU))
@@ -149,7 +149,7 @@ private Q_SLOTS:
     {
         const Adapter adapter = makeAdapter();
         const FrameRecorder frames(adapter.get());
-        QVERIFY(openAndRun(adapter));
+        QVERIFY(openAndWait(adapter.get(), WaitMs));
         const StderrRecorder errors;
         for (const int length : {9, 64, 65, 255}) {
             CAN::CanMessage sent = message(1, eight);
@@ -169,7 +169,7 @@ private Q_SLOTS:
             shell(QStringLiteral("cat /proc/net/can/rcvlist_all")).contains(QLatin1String(" vcan0 ")), WaitMs);
         const Adapter adapter = makeAdapter("vcan0", true);
         const FrameRecorder frames(adapter.get());
-        QVERIFY(openAndRun(adapter));
+        QVERIFY(openAndWait(adapter.get(), WaitMs));
         CAN::CanMessage sent = message(0x123, "\x11\x22");
         adapter->write(&sent);
         sent.isExtended = sent.isRtr = true;
@@ -197,8 +197,8 @@ private Q_SLOTS:
         const Adapter other = makeAdapter();
         const FrameRecorder frames(adapter.get());
         const FrameRecorder atOther(other.get());
-        QVERIFY(openAndRun(adapter));
-        QVERIFY(openAndRun(other));
+        QVERIFY(openAndWait(adapter.get(), WaitMs));
+        QVERIFY(openAndWait(other.get(), WaitMs));
         adapter->write(message(1, eight));
         adapter->setEcho(false);
         adapter->write(message(2, eight));
@@ -224,7 +224,7 @@ private Q_SLOTS:
         connect(
             adapter.get(), &AbstractCanAdapter::newCanMessage, adapter.get(),
             [&](CAN::CanRxMessage *) { delivered.append(microsecondsNow()); }, Qt::DirectConnection);
-        QVERIFY(openAndRun(adapter));
+        QVERIFY(openAndWait(adapter.get(), WaitMs));
         adapter->write(message(1, "question"));
         QVERIFY(!peer.receive().isNull());
         QVERIFY(peer.send(classicBytes(2, 0, {})));
@@ -270,7 +270,7 @@ private Q_SLOTS:
         const FrameRecorder recorder(adapter.get());
         if (!privileged)
             setUserOfThisThread(65534);
-        const bool running = openAndRun(adapter);
+        const bool running = openAndWait(adapter.get(), WaitMs);
         setUserOfThisThread(0);
         QVERIFY(running);
         const int bytes = privileged ? 500'000 : std::min(500'000, limit);
@@ -297,7 +297,7 @@ private Q_SLOTS:
         const Adapter adapter = makeAdapter("vcan0", canFd);
         adapter->setEcho(false);
         const FrameRecorder frames(adapter.get());
-        QVERIFY(openAndRun(adapter));
+        QVERIFY(openAndWait(adapter.get(), WaitMs));
         const RawCanSocket peer("vcan0");
         for (int pass = 1; pass <= 5; ++pass) {
             QCOMPARE(adapter->write(message(1, eight)), CAN::RetOk);
@@ -313,7 +313,7 @@ private Q_SLOTS:
         const Adapter adapter = makeAdapter();
         const qint64 after = microsecondsNow() / 1'000'000;
         const FrameRecorder frames(adapter.get());
-        QVERIFY(openAndRun(adapter));
+        QVERIFY(openAndWait(adapter.get(), WaitMs));
         const qint64 beforeFrame = microsecondsNow();
         QVERIFY(RawCanSocket("vcan0").send(classicBytes(1, 0, {})));
         QTRY_COMPARE_WITH_TIMEOUT(frames.count(), 1, WaitMs);
@@ -336,7 +336,7 @@ private Q_SLOTS:
         adapter->setCanAdapterOption(AbstractCanAdapter::option_systemTime, true);
         adapter->setCanAdapterOption(AbstractCanAdapter::option_continuousTimestamp, continuous);
         const FrameRecorder frames(adapter.get());
-        QVERIFY(openAndRun(adapter));
+        QVERIFY(openAndWait(adapter.get(), WaitMs));
         const int before = QTime::currentTime().msecsSinceStartOfDay();
         adapter->write(message(1, {}));
         QVERIFY(RawCanSocket("vcan0").send(classicBytes(1, 0, {})));
@@ -366,7 +366,7 @@ private Q_SLOTS:
         connect(
             adapter.get(), &AbstractCanAdapter::newCanState, adapter.get(),
             [&](CAN::CanState state) { states.append(state); }, Qt::DirectConnection);
-        QVERIFY(openAndRun(adapter));
+        QVERIFY(openAndWait(adapter.get(), WaitMs));
         const RawCanSocket peer("vcan0");
         const QByteArray data = canFd ? fdBytes(7, 64, 0, QByteArray(64, 'd')) : classicBytes(7, 8, eight);
         const QByteArray passive = errorBytes(CAN_ERR_CRTL | CAN_ERR_BUSOFF, QByteArray::fromHex("0020"));
@@ -388,7 +388,7 @@ private Q_SLOTS:
         QFETCH(bool, canFd);
         const Adapter adapter = makeAdapter("vcan0", canFd);
         const LoopAllocations allocations(adapter.get(), 10, 200);
-        QVERIFY(openAndRun(adapter));
+        QVERIFY(openAndWait(adapter.get(), WaitMs));
         const RawCanSocket peer("vcan0");
         for (int number = 0; number < 100; ++number) {
             QVERIFY(peer.send(classicBytes(7, 8, eight)));

@@ -23,7 +23,7 @@ int runAnsweringProcess(int argc, char **argv)
                 adapter->write(makeFrame(received->message.id + 1, "answer"));
         },
         Qt::DirectConnection);
-    if (!openAndRun(adapter))
+    if (!openAndWait(adapter.get(), WaitMs))
         return 1;
     std::puts("open");
     std::fflush(stdout);
@@ -55,7 +55,7 @@ private Q_SLOTS:
         QCOMPARE(shell(QStringLiteral("tc qdisc add dev vcan1 root netem delay 60s limit 7")), QString());
         const Adapter adapter = makeAdapter("vcan1");
         const FrameRecorder frames(adapter.get());
-        QVERIFY(openAndRun(adapter));
+        QVERIFY(openAndWait(adapter.get(), WaitMs));
         const StderrRecorder errors;
         for (int index = 0; index < 7; ++index)
             QCOMPARE(adapter->write(message(1, eight)), CAN::RetOk);
@@ -75,7 +75,7 @@ private Q_SLOTS:
         const Adapter adapter = makeAdapter("vcan1", canFd);
         const FrameRecorder frames(adapter.get());
         QSignalSpy errors(adapter.get(), &AbstractCanAdapter::interfaceError);
-        QVERIFY(openAndRun(adapter));
+        QVERIFY(openAndWait(adapter.get(), WaitMs));
         QCOMPARE(shell(QStringLiteral("ip link set vcan1 down")), QString());
         QVERIFY(adapter->wait(WaitMs));
         QVERIFY(!adapter->getRunning());
@@ -94,7 +94,7 @@ private Q_SLOTS:
         QVERIFY(adapter->wait(WaitMs));
         QCOMPARE(errors.count(), 2);
         QCOMPARE(shell(QStringLiteral("ip link set vcan1 up")), QString());
-        QVERIFY(openAndRun(adapter));
+        QVERIFY(openAndWait(adapter.get(), WaitMs));
         QVERIFY(RawCanSocket("vcan1").send(classicBytes(5, 0, {})));
         QTRY_COMPARE_WITH_TIMEOUT(frames.count(), 1, WaitMs);
     }
@@ -106,7 +106,7 @@ private Q_SLOTS:
         mInterfacesChanged = true;
         const Adapter adapter = makeAdapter("vcan1", canFd);
         QSignalSpy errors(adapter.get(), &AbstractCanAdapter::interfaceError);
-        QVERIFY(openAndRun(adapter));
+        QVERIFY(openAndWait(adapter.get(), WaitMs));
         QCOMPARE(shell(QStringLiteral("ip link del vcan1")), QString());
         QVERIFY(adapter->wait(WaitMs));
         QVERIFY(!adapter->getRunning());
@@ -119,7 +119,7 @@ private Q_SLOTS:
         // Under its name it is another interface, and the same adapter opens it.
         QCOMPARE(shell(QStringLiteral("ip link add dev vcan1 type vcan && ip link set vcan1 mtu 72 up")), QString());
         const FrameRecorder frames(adapter.get());
-        QVERIFY(openAndRun(adapter));
+        QVERIFY(openAndWait(adapter.get(), WaitMs));
         QVERIFY(RawCanSocket("vcan1").send(classicBytes(5, 0, {})));
         QTRY_COMPARE_WITH_TIMEOUT(frames.count(), 1, WaitMs);
         QCOMPARE(adapter->write(message(1, eight)), CAN::RetOk);
@@ -148,7 +148,7 @@ private Q_SLOTS:
     {
         const Adapter adapter = makeAdapter("  vcan0 | PEAK ");
         const FrameRecorder frames(adapter.get());
-        QVERIFY(openAndRun(adapter));
+        QVERIFY(openAndWait(adapter.get(), WaitMs));
         QVERIFY(RawCanSocket("vcan0").send(classicBytes(5, 0, {})));
         QTRY_COMPARE_WITH_TIMEOUT(frames.count(), 1, WaitMs);
     }
@@ -158,13 +158,13 @@ private Q_SLOTS:
         const RawCanSocket peer("vcan0");
         const Adapter adapter = makeAdapter();
         const FrameRecorder frames(adapter.get());
-        QVERIFY(openAndRun(adapter));
+        QVERIFY(openAndWait(adapter.get(), WaitMs));
         const int before = openDescriptors();
         for (int pass = 1; pass <= 100; ++pass) {
             adapter->closeAdapter();
             QVERIFY(peer.send(classicBytes(1, 0, {}))); // Ends the wait for one.
             QVERIFY(adapter->wait(WaitMs));
-            QVERIFY(openAndRun(adapter));
+            QVERIFY(openAndWait(adapter.get(), WaitMs));
         }
         QCOMPARE(openDescriptors(), before);
         const int received = frames.count();
@@ -180,7 +180,7 @@ private Q_SLOTS:
         const Adapter adapter = makeAdapter("vcan0", canFd);
         const FrameRecorder frames(adapter.get());
         QSignalSpy errors(adapter.get(), &AbstractCanAdapter::interfaceError);
-        QVERIFY(openAndRun(adapter));
+        QVERIFY(openAndWait(adapter.get(), WaitMs));
         const int before = openDescriptors();
         for (quint32 pass = 1; pass <= 20; ++pass) {
             QCOMPARE(adapter->open(), CAN::RetOk);
@@ -207,8 +207,8 @@ private Q_SLOTS:
         right->setEcho(false);
         const FrameRecorder atLeft(left.get());
         const FrameRecorder atRight(right.get());
-        QVERIFY(openAndRun(left));
-        QVERIFY(openAndRun(right));
+        QVERIFY(openAndWait(left.get(), WaitMs));
+        QVERIFY(openAndWait(right.get(), WaitMs));
         CAN::CanMessage there = message(0x1ABCDEF5, eight);
         there.isExtended = true;
         const CAN::CanMessage back = message(0x7FF, "abc");
@@ -230,8 +230,8 @@ private Q_SLOTS:
         const Adapter right = makeAdapter("vcan1", true);
         left->setLinkedAdapter(right.get());
         right->setLinkedAdapter(left.get());
-        QVERIFY(openAndRun(left));
-        QVERIFY(openAndRun(right));
+        QVERIFY(openAndWait(left.get(), WaitMs));
+        QVERIFY(openAndWait(right.get(), WaitMs));
         const RawCanSocket peer("vcan0");
         const RawCanSocket far("vcan1");
         const QByteArray there = fdBytes(0x111, 64, CANFD_BRS, QByteArray(64, 't'));
@@ -256,7 +256,7 @@ private Q_SLOTS:
         const Adapter adapter = makeAdapter();
         adapter->setEcho(false);
         const FrameRecorder frames(adapter.get());
-        QVERIFY(openAndRun(adapter));
+        QVERIFY(openAndWait(adapter.get(), WaitMs));
         for (int pass = 1; pass <= 20; ++pass) {
             QCOMPARE(adapter->write(message(quint32(2 * pass), "question")), CAN::RetOk);
             QTRY_COMPARE_WITH_TIMEOUT(frames.count(), pass, WaitMs);

@@ -243,7 +243,7 @@ void countSocketCan()
         }
     };
     ReceivedFrames received(*adapter, "SocketCAN, received", Frames);
-    if (adapter->open() != CAN::RetOk || !QTest::qWaitFor([&] { return adapter->getRunning(); }, 60000))
+    if (!openAndWait(adapter.get()))
         qFatal("no adapter");
     for (int round = 0; round <= CountsOfEach; ++round) {
         feed(Frames + 1);

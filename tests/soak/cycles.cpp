@@ -106,7 +106,7 @@ Kind usbKind()
                 const AdapterPointer<AbstractCanAdapter> adapter(new ZorbekUSBCanAdapter(port->name()));
                 adapter->setCanAdapterOption(AbstractCanAdapter::option_baudrate, 115200);
                 // A loaded machine may need longer than the adapter waits for its thread.
-                return opens(adapter.get()) || QTest::qWaitFor([&] { return adapter->getRunning(); }, 20000);
+                return opens(adapter.get()) || waitForLoop(adapter.get(), 20000);
             }};
 }
 #endif

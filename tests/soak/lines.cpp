@@ -39,7 +39,7 @@ protected:
     {
         // A loaded machine may need longer than a USB adapter waits for its thread.
         adapter->open();
-        return QTest::qWaitFor([adapter] { return adapter->getRunning(); }, 60000);
+        return waitForLoop(adapter);
     }
 
     void add(AbstractCanAdapter *adapter, const QString &name, quint32 frames)

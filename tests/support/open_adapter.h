@@ -28,6 +28,19 @@ struct AdapterStopper
 template <typename Adapter>
 using AdapterPointer = std::unique_ptr<Adapter, AdapterStopper>;
 
+/// Waits until an adapter's loop runs: one that is stopped before that would run on. False if it does not within the
+/// time.
+inline bool waitForLoop(const AbstractCanAdapter *adapter, int timeoutMs = 60000)
+{
+    return QTest::qWaitFor([adapter] { return adapter->getRunning(); }, timeoutMs);
+}
+
+/// Opens an adapter and waits until its loop runs.
+inline bool openAndWait(AbstractCanAdapter *adapter, int timeoutMs = 60000)
+{
+    return adapter->open() == CAN::RetOk && waitForLoop(adapter, timeoutMs);
+}
+
 /// A virtual adapter on a port.
 inline AdapterPointer<DemoCanAdapter> makeVirtualAdapter(quint16 port, int uniqueId = 0)
 {

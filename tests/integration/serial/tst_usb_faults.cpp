@@ -2,28 +2,10 @@
 // Devices that fall silent or are pulled out while the USB adapter runs.
 #include "usb_line.h"
 
-#include <QtCore/QFile>
+#include "support/thread_switches.h"
 
 #include <sys/syscall.h>
 #include <unistd.h>
-
-namespace {
-
-/// How often a thread of this process has gone to sleep so far.
-qint64 sleepsOf(int thread)
-{
-    QFile status(QStringLiteral("/proc/self/task/%1/status").arg(thread));
-    if (!status.open(QIODevice::ReadOnly))
-        return -1;
-    const QList<QByteArray> lines = status.readAll().split('\n');
-    for (const QByteArray &line : lines) {
-        if (line.startsWith("voluntary_ctxt_switches:"))
-            return line.mid(line.indexOf(':') + 1).trimmed().toLongLong();
-    }
-    return -1;
-}
-
-} // namespace
 
 class TestUsbFaults : public QObject
 {
@@ -79,7 +61,7 @@ private Q_SLOTS:
         connect(adapter.get(), &serialPortAdapter::serialPortError, this, [&errors] { ++errors; });
         connect(adapter.get(), &AbstractCanAdapter::interfaceError, this, [&errors] { ++errors; });
         adapter->open();
-        QVERIFY(QTest::qWaitFor([&] { return adapter->getRunning(); }, WaitMs));
+        QVERIFY(waitForLoop(adapter.get(), WaitMs));
         int thread = 0;
         adapter->inLoop([&thread] { thread = static_cast<int>(::syscall(SYS_gettid)); });
         device->send(wire(makeFrame(0x123, "1234567")));
@@ -87,13 +69,13 @@ private Q_SLOTS:
         device.reset();
         const int before = log.records().size();
         // In front of the first record: what comes until the device is gone is sleep that only adds.
-        const qint64 sleepsBefore = sleepsOf(thread);
+        const qint64 sleepsBefore = voluntarySwitches(QString::number(thread));
         port.unplug();
 
         QTRY_VERIFY_WITH_TIMEOUT(log.records().size() > before + 50, WaitMs);
         QTest::qWait(1000);
         const qint64 records = log.records().size() - before;
-        const qint64 sleeps = sleepsOf(thread) - sleepsBefore;
+        const qint64 sleeps = voluntarySwitches(QString::number(thread)) - sleepsBefore;
         QVERIFY2(sleeps >= records / 2, qPrintable(QStringLiteral("%1 sleeps, %2 records").arg(sleeps).arg(records)));
         QVERIFY(adapter->getRunning());
 
@@ -134,7 +116,7 @@ private Q_SLOTS:
         MockSerialPort port;
         auto adapter = makeUsbAdapter(port.name());
         adapter->open();
-        QVERIFY(QTest::qWaitFor([&] { return adapter->getRunning(); }, WaitMs));
+        QVERIFY(waitForLoop(adapter.get(), WaitMs));
         // The first pass of the loop: until then the port is still looked up.
         adapter->inLoop([] {});
         port.unplug();

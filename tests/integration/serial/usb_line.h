@@ -17,7 +17,7 @@ struct UsbLine
     bool open() const
     {
         adapter->open();
-        return QTest::qWaitFor([this] { return adapter->getRunning(); }, WaitMs);
+        return waitForLoop(adapter.get(), WaitMs);
     }
     /// The same by the option, which says itself whether that worked: a run that came late is tried again.
     bool openByOption() const
@@ -25,7 +25,7 @@ struct UsbLine
         const auto opened = [this] {
             if (adapter->setCanAdapterOption(AbstractCanAdapter::option_toggleComPort, true))
                 return true;
-            if (QTest::qWaitFor([this] { return adapter->getRunning(); }, WaitMs))
+            if (waitForLoop(adapter.get(), WaitMs))
                 adapter->closeAdapter();
             adapter->wait();
             return false;

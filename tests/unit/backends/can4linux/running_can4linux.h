@@ -21,11 +21,7 @@ struct Can4linuxFixture
         : adapter(new Can4linuxCanAdapter(QString::fromUtf8(name)))
     {}
 
-    /// Opens the adapter and waits until its loop runs: one that is stopped before that would run on.
-    bool open(int timeoutMs = 20000)
-    {
-        return adapter->open() == CAN::RetOk && QTest::qWaitFor([this] { return adapter->getRunning(); }, timeoutMs);
-    }
+    bool open(int timeoutMs = 20000) { return openAndWait(adapter.get(), timeoutMs); }
     /// Stops the adapter and waits for the end of its thread.
     bool close(unsigned long timeoutMs = 20000)
     {
