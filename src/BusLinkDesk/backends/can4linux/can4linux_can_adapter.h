@@ -52,7 +52,8 @@ public:
     /// *Fails:* `CAN::RetError` if the device cannot be opened.
     CAN::RetType open() override;
     /// Ends reception within a pass of the loop, which is about 1 ms, and closes the device. It does so without a lock
-    /// and at once, so that the loop may be at the device just then; what that reads is not delivered.
+    /// and at once, so that the loop may be at the device just then; what that reads is not delivered. A file that
+    /// another thread opens at that moment may get the number of the device, and lose to the loop what it reads.
     void closeAdapter() override;
     /// Sets the nominal rate in kbit/s: at once on an open device, between a stop and a start of the controller,
     /// else at the next `open()`. The data rate is a multiple of this one and has to be set again after it.

@@ -110,10 +110,9 @@ void DemoCanAdapter::timeout() {}
 
 CAN::RetType DemoCanAdapter::write(CAN::CanMessage *pMessage)
 {
-    {
-        const QMutexLocker lock(&mTxMutex);
-        mTxQueue.append(*pMessage);
-    }
+    // The wake-up belongs to the lock: a second writer must not rely on that of a first which does not get to it.
+    const QMutexLocker lock(&mTxMutex);
+    mTxQueue.append(*pMessage);
     endPause();
     return CAN::RetOk;
 }

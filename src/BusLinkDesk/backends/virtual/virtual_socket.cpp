@@ -60,7 +60,7 @@ void pauseUnlessReadable(qintptr descriptor, int pauseEnd)
     std::array<pollfd, 2> awaited{{{static_cast<int>(descriptor), POLLIN, 0}, {pauseEnd, POLLIN, 0}}};
     const timespec longest{0, pauseEnd < 0 ? ShortestPauseNs : LongestPauseNs};
     const int ready = ::ppoll(awaited.data(), awaited.size(), &longest, nullptr);
-    if (awaited[1].revents != 0) {
+    if ((awaited[1].revents & POLLIN) != 0) {
         eventfd_t count = 0;
         static_cast<void>(::eventfd_read(pauseEnd, &count));
     } else if (ready != 0 && (awaited[0].revents & POLLIN) == 0) {
