@@ -14,6 +14,7 @@ namespace {
 constexpr int BatchMax = 200;
 // Well below what a line may be behind, so that it does not run empty.
 constexpr qint64 LinePauseUs = 50000;
+
 } // namespace
 
 Replay::Replay()
@@ -35,7 +36,11 @@ void Replay::start(AbstractCanAdapter *adapter)
     if (!mRecording)
         return;
     mAdapter = adapter;
-    mLine.emplace().setAdapter(*adapter);
+    // What an earlier replay has queued is still to be carried.
+    if (mLineOf != adapter)
+        mLine.emplace();
+    mLineOf = adapter;
+    mLine->setAdapter(*adapter);
     mNext = 0;
     mPaused = false;
     mStartUs = monotonicUs();

@@ -5,6 +5,8 @@
 #include "busplay/deadline_timer.h"
 #include "common/serial_line.h"
 
+#include <QtCore/QPointer>
+
 #include <optional>
 
 class AbstractCanAdapter;
@@ -51,7 +53,8 @@ private:
 
     AbstractCanAdapter *mAdapter = nullptr;
     std::shared_ptr<const Recording> mRecording;
-    std::optional<SerialLine> mLine; // anew for each start
+    std::optional<SerialLine> mLine;
+    QPointer<AbstractCanAdapter> mLineOf; // the adapter behind mLine
     DeadlineTimer mTimer;
     std::size_t mNext = 0;
     bool mPaused = false;

@@ -172,15 +172,19 @@ void SendPanel::addRow()
     auto *const row = new SendRow(mDesk);
     row->setObjectName(QStringLiteral("sendRow"));
     mRows->addWidget(row);
-    auto *const field = row->findChild<QLineEdit *>(QStringLiteral("sendFrame"));
-    if (focusProxy() == mAdd)
-        setFocusProxy(field);
+    letFirstFieldHaveTheKeyboard();
     connect(row, &SendRow::told, this, &SendPanel::told);
-    connect(row, &SendRow::removed, this, [this, row, field] {
-        if (focusProxy() == field)
-            setFocusProxy(mAdd);
+    connect(row, &SendRow::removed, this, [this, row] {
+        mRows->removeWidget(row);
         row->deleteLater();
+        letFirstFieldHaveTheKeyboard();
     });
+}
+
+void SendPanel::letFirstFieldHaveTheKeyboard()
+{
+    QLayoutItem *const first = mRows->itemAt(0);
+    setFocusProxy(first ? first->widget()->findChild<QWidget *>(QStringLiteral("sendFrame")) : mAdd);
 }
 
 void SendPanel::showSent()

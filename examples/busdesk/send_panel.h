@@ -65,6 +65,7 @@ Q_SIGNALS:
 
 private:
     void addRow();
+    void letFirstFieldHaveTheKeyboard();
 
     AdapterDesk *mDesk;
     QPushButton *mAdd;

@@ -18,7 +18,8 @@ class SerialLine
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// How far the queue may run ahead of the line: the longest wait at the end, but for one frame more.
+    /// How far the queue may run ahead of the line: the longest wait at the end, but for one frame and for the second
+    /// that drivers get behind it.
     static constexpr std::chrono::milliseconds Ahead{1000};
 
     /// Takes over the rate at which the adapter will open its port.

@@ -65,6 +65,17 @@ private Q_SLOTS:
         QCOMPARE(comeBackToSend(), QStringLiteral("sendFrame"));
     }
 
+    void thePageSendGivesTheKeyboardToTheFirstFrameThatIsLeft()
+    {
+        mPages->setCurrentIndex(1);
+        click(*mWindow, "addFrame");
+        QCOMPARE(mWindow->findChildren<buslink::SendRow *>().size(), 2);
+        click(*mWindow, "sendRemove"); // that of the first frame
+        QTRY_COMPARE(mWindow->findChildren<buslink::SendRow *>().size(), 1);
+        QCOMPARE(comeBackToSend(), QStringLiteral("sendFrame"));
+        QCOMPARE(mWindow->focusWidget()->parentWidget(), mWindow->findChild<buslink::SendRow *>());
+    }
+
     void buttonsHaveRoomForTheirTexts()
     {
         mPages->setCurrentIndex(1);
