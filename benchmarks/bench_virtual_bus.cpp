@@ -142,13 +142,14 @@ std::vector<double> roundTripsOverAdapters(int count)
         answered = Clock::now();
         answers.release();
     });
-    openOnBus(right.get());
-    openOnBus(left.get());
+    if (!openOnBus(right.get()) || !openOnBus(left.get()))
+        qFatal("the virtual bus cannot be opened");
     std::vector<double> microseconds;
     for (int trip = 0; trip < count; ++trip) {
         const auto start = Clock::now();
         left->write(makeFrame(static_cast<quint32>(trip), "12345678"));
-        answers.acquire();
+        if (!answers.tryAcquire(1, 20000))
+            qFatal("round trip %d did not end", trip);
         microseconds.push_back(std::chrono::duration<double, std::micro>(answered - start).count());
     }
     return microseconds;

@@ -7,6 +7,7 @@
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <optional>

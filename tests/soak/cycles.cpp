@@ -203,7 +203,9 @@ bool run(const Kind &kind, int cycles)
 bool runCycles(int cycles, const QString &only)
 {
     const std::vector<Kind> chosen = kinds(only);
-    bool clean = !chosen.empty();
+    bool clean = !chosen.empty() && cycles > 0;
+    if (!clean)
+        std::fprintf(stderr, "no openings of such a back end here\n");
     std::printf("%-14s %7s %9s %12s %8s %12s %13s\n", "left behind", "cycles", "seconds", "descriptors", "threads",
                 "heap blocks", "resident/KiB");
     for (const Kind &kind : chosen)

@@ -108,6 +108,8 @@ bool waitForAll(const Lines &lines, const std::vector<std::unique_ptr<Sender>> &
     }
     const quint64 expected = receiversOf(lines) * frames;
     const bool complete = waitWhileFramesCome([&] { return received() >= expected; }, received, 30000);
+    if (!complete)
+        std::fprintf(stderr, "given up: nothing more was received for 30 s\n");
     // What comes twice comes late.
     QTest::qWait(200);
     return complete;

@@ -5,6 +5,9 @@
 #include <QtCore/QMutex>
 #include <QtTest/QtTest>
 
+#include <atomic>
+#include <utility>
+
 namespace {
 
 /// Passes of the loop ahead of a pause, and the pause in microseconds.
