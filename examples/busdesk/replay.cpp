@@ -12,8 +12,6 @@ namespace {
 
 // Frames without pauses between them must not keep the window from its other work.
 constexpr int BatchMax = 200;
-// Well below what a line may be behind, so that it does not run empty.
-constexpr qint64 LinePauseUs = 50000;
 
 } // namespace
 
@@ -96,7 +94,7 @@ void Replay::proceed()
 bool Replay::writeNext()
 {
     if (!mLine->hasRoom()) {
-        mTimer.startAt(monotonicUs() + LinePauseUs);
+        mTimer.startAt(monotonicUs() + std::chrono::microseconds(SerialLine::AskAgain).count());
         return false;
     }
     const Recording::Frame &frame = mRecording->frames[mNext];

@@ -56,6 +56,7 @@ void SendRow::addFields()
 {
     mFrame->setText(QStringLiteral("123#1122334455667788"));
     mFrame->setFont(fixedFont());
+    setFocusProxy(mFrame);
     mInterval->setRange(IntervalMinMs, IntervalMaxMs);
     mInterval->setValue(100);
     mInterval->setSuffix(tr(" ms"));
@@ -184,7 +185,7 @@ void SendPanel::addRow()
 void SendPanel::letFirstFieldHaveTheKeyboard()
 {
     QLayoutItem *const first = mRows->itemAt(0);
-    setFocusProxy(first ? first->widget()->findChild<QWidget *>(QStringLiteral("sendFrame")) : mAdd);
+    setFocusProxy(first ? first->widget() : mAdd);
 }
 
 void SendPanel::showSent()

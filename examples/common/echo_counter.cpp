@@ -7,19 +7,12 @@
 
 namespace buslink {
 
-namespace {
-
-// Well below what a line may be behind, so that it does not run empty.
-constexpr int LineWatchMs = 50;
-
-} // namespace
-
 EchoCounter::EchoCounter(int timeoutMs)
 {
     mWatch.setInterval(timeoutMs);
     connect(&mWatch, &QTimer::timeout, this, [this] { checkProgress(); });
     mLineWatch.setSingleShot(true);
-    mLineWatch.setInterval(LineWatchMs);
+    mLineWatch.setInterval(SerialLine::AskAgain);
     connect(&mLineWatch, &QTimer::timeout, this, [this] { tell(); });
 }
 

@@ -21,6 +21,8 @@ public:
     /// How far the queue may run ahead of the line: the longest wait at the end, but for one frame and for the second
     /// that drivers get behind it.
     static constexpr std::chrono::milliseconds Ahead{1000};
+    /// When to ask again whether there is room: well below what the line may be behind, so that it does not run empty.
+    static constexpr std::chrono::milliseconds AskAgain{50};
 
     /// Takes over the rate at which the adapter will open its port.
     void setAdapter(const AbstractCanAdapter &adapter);

@@ -138,11 +138,11 @@ private Q_SLOTS:
 
     void clearedFlagEndsAnIdleLoopToo()
     {
-        Silenced adapter(QStringLiteral("virtual"));
-        adapter.setCanAdapterOption(AbstractCanAdapter::option_portNumber, mPort);
-        QVERIFY(openOnBus(&adapter));
-        adapter.clearFlag();
-        QVERIFY(adapter.wait(WaitMs));
+        const AdapterPointer<Silenced> adapter(new Silenced(QStringLiteral("virtual")));
+        adapter->setCanAdapterOption(AbstractCanAdapter::option_portNumber, mPort);
+        QVERIFY(openOnBus(adapter.get()));
+        adapter->clearFlag();
+        QVERIFY(adapter->wait(WaitMs));
     }
 
     // As in a process that has no descriptor left for it.

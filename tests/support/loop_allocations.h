@@ -6,6 +6,7 @@
 #include "support/allocation_count.h"
 
 #include <atomic>
+#include <memory>
 
 /// Counts how often the loop of an adapter allocates from one received frame to a later one.
 class LoopAllocations
@@ -16,22 +17,27 @@ public:
     {
         QObject::connect(
             adapter, &AbstractCanAdapter::newCanMessage, adapter,
-            [this, first, last](CAN::CanRxMessage *) {
-                ++mFrames;
-                if (mFrames == first)
-                    mBefore = allocationsOfThisThread();
-                if (mFrames == last)
-                    mCount = allocationsOfThisThread() - mBefore;
+            [counts = mCounts, first, last](CAN::CanRxMessage *) {
+                ++counts->frames;
+                if (counts->frames == first)
+                    counts->before = allocationsOfThisThread();
+                if (counts->frames == last)
+                    counts->between = allocationsOfThisThread() - counts->before;
             },
             Qt::DirectConnection);
     }
-    Q_DISABLE_COPY_MOVE(LoopAllocations)
 
     /// -1 until the last frame has come.
-    qint64 count() const { return mCount; }
+    qint64 count() const { return mCounts->between; }
 
 private:
-    int mFrames = 0; // This and the next belong to the adapter's thread.
-    qint64 mBefore = 0;
-    std::atomic<qint64> mCount = -1;
+    struct Counts
+    {
+        int frames = 0; // This and the next belong to the adapter's thread.
+        qint64 before = 0;
+        std::atomic<qint64> between = -1;
+    };
+
+    // Shared with the loop, which may run on when the test is over.
+    std::shared_ptr<Counts> mCounts = std::make_shared<Counts>();
 };
