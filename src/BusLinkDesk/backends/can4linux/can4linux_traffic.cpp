@@ -11,11 +11,11 @@
 
 using buslink::relaxedLoad;
 using buslink::relaxedStore;
-using Wait = buslink::ReadableWait;
+using buslink::WaitResult;
 
 namespace {
 
-constexpr int WaitUs = 1000;
+constexpr int WaitMs = 1;
 
 } // namespace
 
@@ -31,12 +31,11 @@ void Can4linuxCanAdapter::run()
 {
     mRunningFlag.exchange(true);
     Reception reception;
-    Wait wait;
     while (mRunningFlag.load()) {
-        const Wait::Result result = wait.wait(device(), WaitUs);
-        if (result == Wait::Result::Readable) {
+        const WaitResult result = buslink::waitUntilReadable(device(), WaitMs);
+        if (result == WaitResult::Readable) {
             receiveOne(reception);
-        } else if (result == Wait::Result::Failed) {
+        } else if (result == WaitResult::Failed) {
             QThread::usleep(10);
             mRunningFlag.exchange(false);
         }
@@ -47,7 +46,7 @@ void Can4linuxCanAdapter::receiveOne(Reception &reception)
 {
     const int descriptor = device();
     if (descriptor == -1)
-        return; // Closed during the wait, which the system tells as readable.
+        return; // Closed since the wait.
     const buslink::canmsg_t &frame = reception.frame;
     if (buslink::readDriverFrame(descriptor, reception.frame) == 0) {
         mRunningFlag.exchange(false);

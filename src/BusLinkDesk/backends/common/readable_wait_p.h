@@ -1,49 +1,25 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <cstddef>
-#include <sys/select.h>
-#include <vector>
+#include <poll.h>
 
 namespace buslink {
 
-/// Waits for a descriptor to become readable.
-class ReadableWait
+/// What a wait ended with.
+enum class WaitResult { Readable, TimedOut, Failed };
+
+/// Waits for a descriptor to become readable, or to have an error or an end to tell by a read. These are the events
+/// that `select` calls readable; it would cost more for one descriptor, and serves none above 1023. *Blocks:* up to
+/// `timeoutMs` milliseconds. *Fails:* `Failed`; the wait was interrupted or the descriptor is not valid.
+inline WaitResult waitUntilReadable(int descriptor, int timeoutMs)
 {
-public:
-    /// What the wait ended with.
-    enum class Result { Readable, TimedOut, Failed };
-
-    /// *Blocks:* up to `timeoutUs`, which is below a second. *Fails:* `Failed`; the wait was interrupted or
-    /// the descriptor is not valid.
-    Result wait(int descriptor, int timeoutUs)
-    {
-        if (descriptor < 0)
-            return Result::Failed;
-        const auto bit = static_cast<std::size_t>(descriptor) % FD_SETSIZE;
-        const auto set = static_cast<std::size_t>(descriptor) / FD_SETSIZE;
-        fd_set *const sets = clearedSets(set + 1);
-        FD_SET(bit, &sets[set]);
-        timeval timeout{0, timeoutUs};
-        if (::select(descriptor + 1, sets, nullptr, nullptr, &timeout) < 0)
-            return Result::Failed;
-        return FD_ISSET(bit, &sets[set]) ? Result::Readable : Result::TimedOut;
-    }
-
-private:
-    // One set ends at descriptor 1023, but the system takes a row of them.
-    fd_set *clearedSets(std::size_t count)
-    {
-        if (count > 1) {
-            mRow.assign(count, fd_set{});
-            return mRow.data();
-        }
-        FD_ZERO(&mOne);
-        return &mOne;
-    }
-
-    fd_set mOne;
-    std::vector<fd_set> mRow;
-};
+    if (descriptor < 0)
+        return WaitResult::Failed; // The system would sit the time out.
+    pollfd entry{descriptor, POLLIN | POLLRDNORM | POLLRDBAND, 0};
+    const int ready = ::poll(&entry, 1, timeoutMs);
+    if (ready < 0 || (entry.revents & POLLNVAL) != 0)
+        return WaitResult::Failed;
+    return ready > 0 ? WaitResult::Readable : WaitResult::TimedOut;
+}
 
 } // namespace buslink

@@ -13,10 +13,11 @@ using buslink::KernelFrame;
 using buslink::KernelFrameKind;
 using buslink::relaxedLoad;
 using buslink::relaxedStore;
+using buslink::WaitResult;
 
 namespace {
 
-constexpr int WaitUs = 100'000;
+constexpr int WaitMs = 100;
 
 // How long the first frame after a transmission waits, so that listeners get its echo before it.
 constexpr unsigned long EchoLeadMicroseconds = 10'000;
@@ -47,20 +48,19 @@ void SocketCanAdapter::run_fd()
 void SocketCanAdapter::receive(const FrameFormat &format)
 {
     CAN::CanRxMessage record;
-    buslink::ReadableWait readable;
     setState(CAN::CanStateErrorActive);
     while (mRunningFlag.load()) {
         // Between two passes no socket is in use. One that is retired from here on is not closed in this pass.
         buslink::closeRetiredSockets(this);
         const int socket = relaxedLoad(mSocketFd);
-        switch (readable.wait(socket, WaitUs)) {
-        case buslink::ReadableWait::Result::Failed:
+        switch (buslink::waitUntilReadable(socket, WaitMs)) {
+        case WaitResult::Failed:
             QThread::usleep(10);
             mRunningFlag.exchange(false);
             break;
-        case buslink::ReadableWait::Result::TimedOut:
+        case WaitResult::TimedOut:
             break;
-        case buslink::ReadableWait::Result::Readable:
+        case WaitResult::Readable:
             receiveOne(socket, format, record);
             break;
         }

@@ -5,8 +5,8 @@
 #include <cstdarg>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/eventfd.h>
-#include <sys/select.h>
 #include <unistd.h>
 
 // The linker sends the calls of this program's own objects to the names with __wrap and gives what they
@@ -18,7 +18,7 @@ int __real_open(const char *path, int flags, ...);
 ssize_t __real_read(int descriptor, void *bytes, size_t size);
 ssize_t __real_write(int descriptor, const void *bytes, size_t size);
 int __real_ioctl(int descriptor, unsigned long request, void *argument);
-int __real_select(int count, fd_set *readable, fd_set *writable, fd_set *exceptional, timeval *timeout);
+int __real_poll(pollfd *entries, nfds_t count, int timeoutMs);
 }
 // NOLINTEND(bugprone-reserved-identifier)
 
@@ -203,15 +203,14 @@ int __wrap_ioctl(int descriptor, unsigned long request, void *argument)
     return driver->refuses(call, true) ? -1 : 0;
 }
 
-int __wrap_select(int count, fd_set *readable, fd_set *writable, fd_set *exceptional, timeval *timeout)
+int __wrap_poll(pollfd *entries, nfds_t count, int timeoutMs)
 {
-    FakeCan4linux *const driver = driverOf(count - 1);
+    FakeCan4linux *const driver = count == 1 ? driverOf(entries->fd) : nullptr;
     if (!driver)
-        return __real_select(count, readable, writable, exceptional, timeout);
-    const QString call = callText("select(%d, %d, %ld s, %ld us)", writable == nullptr, exceptional == nullptr,
-                                  timeout->tv_sec, timeout->tv_usec);
+        return __real_poll(entries, count, timeoutMs);
+    const QString call = callText("poll(0x%x, %d ms)", entries->events, timeoutMs);
     driver->setLastWait(call);
-    return driver->refuses(call, false) ? -1 : __real_select(count, readable, writable, exceptional, timeout);
+    return driver->refuses(call, false) ? -1 : __real_poll(entries, count, timeoutMs);
 }
 
 ssize_t __wrap_read(int descriptor, void *bytes, size_t size)

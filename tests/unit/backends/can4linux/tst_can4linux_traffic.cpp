@@ -68,7 +68,7 @@ private Q_SLOTS:
         QCOMPARE(textOf(can.last()), textOf(expected));
         QCOMPARE(can.frames.lastThread(), static_cast<QThread *>(can.adapter.get()));
         QVERIFY(can.close());
-        QCOMPARE(can.driver.lastWait(), QStringLiteral("select(1, 1, 0 s, 1000 us)"));
+        QCOMPARE(can.driver.lastWait(), QStringLiteral("poll(0xc1, 1 ms)"));
         QCOMPARE(can.driver.lastRead(), QStringLiteral("read(1)"));
     }
 
@@ -208,7 +208,7 @@ private Q_SLOTS:
         Traffic can;
         QSignalSpy errors(can.adapter.get(), &AbstractCanAdapter::interfaceError);
         QVERIFY(can.open());
-        can.driver.fail("select", EINTR);
+        can.driver.fail("poll", EINTR);
         QVERIFY(can.adapter->wait(WaitMs));
         QVERIFY(!can.adapter->getRunning());
         QVERIFY(errors.isEmpty());

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <linux/can.h>
 #include <net/if.h>
-#include <sys/select.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -165,7 +165,7 @@ int __real_ioctl(int descriptor, unsigned long request, void *argument);
 int __real_bind(int descriptor, const sockaddr *address, socklen_t length);
 int __real_setsockopt(int descriptor, int level, int option, const void *value, socklen_t length);
 int __real_getsockopt(int descriptor, int level, int option, void *value, socklen_t *length);
-int __real_select(int count, fd_set *readable, fd_set *writable, fd_set *exceptional, timeval *timeout);
+int __real_poll(pollfd *entries, nfds_t count, int timeoutMs);
 ssize_t __real_recvmsg(int descriptor, msghdr *message, int flags);
 ssize_t __real_write(int descriptor, const void *bytes, size_t size);
 int __real_gettimeofday(timeval *now, void *zone);
@@ -236,18 +236,16 @@ int __wrap_getsockopt(int descriptor, int level, int option, void *value, sockle
     return 0;
 }
 
-int __wrap_select(int count, fd_set *readable, fd_set *writable, fd_set *exceptional, timeval *timeout)
+int __wrap_poll(pollfd *entries, nfds_t count, int timeoutMs)
 {
-    FakeCanSockets *const fake = fakeFor(count - 1);
+    FakeCanSockets *const fake = count == 1 ? fakeFor(entries->fd) : nullptr;
     if (!fake)
-        return __real_select(count, readable, writable, exceptional, timeout);
-    const QString call = callText("select(%d, %d, %ld s, %ld us)", writable == nullptr, exceptional == nullptr,
-                                  timeout->tv_sec, timeout->tv_usec);
+        return __real_poll(entries, count, timeoutMs);
+    const QString call = callText("poll(0x%x, %d ms)", entries->events, timeoutMs);
     fake->setLastWait(call);
     if (fake->refuses(call, false))
         return -1;
-    timeval shorter{0, 1000}; // So that stopping an adapter takes no time.
-    return __real_select(count, readable, writable, exceptional, &shorter);
+    return __real_poll(entries, count, 1); // So that stopping an adapter takes no time.
 }
 
 ssize_t __wrap_recvmsg(int descriptor, msghdr *message, int flags)
