@@ -7,6 +7,7 @@
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QFile>
+#include <QtCore/QThread>
 
 #include <algorithm>
 #include <array>
@@ -32,6 +33,18 @@ QStringList canUtilsCommand(const QString &verb, const QString &bus, int frames)
     else
         return {};
     return command.arg(frames).arg(peerInterface).split(QLatin1Char(' '));
+}
+
+enum class Processor { OfSender, OfReceiver };
+
+/// The command on a processor of its own. Where the scheduler may choose, it wakes receivers now beside the sender, now
+/// on its processor, and what a frame costs them doubles or does not.
+QStringList placed(Processor processor, const QStringList &command)
+{
+    if (command.isEmpty() || QThread::idealThreadCount() < 2)
+        return command;
+    const QLatin1String number(processor == Processor::OfSender ? "0" : "1");
+    return QStringList{QStringLiteral("taskset"), QStringLiteral("-c"), number} + command;
 }
 
 /// The sockets that the kernel passes all frames of the interface to.
@@ -127,13 +140,14 @@ std::vector<CanPeer> peersWithoutEcho(const QString &bus)
 std::optional<PeerResult> runReceiver(const CanPeer &peer, const QString &bus, int frames, double framesPerSecond)
 {
     const int before = listeners();
-    ChildProcess receiver(peer.command(QStringLiteral("receive"), frames));
+    ChildProcess receiver(placed(Processor::OfReceiver, peer.command(QStringLiteral("receive"), frames)));
     while (receiver.isRunning() && listeners() == before)
         ::usleep(10'000);
     const double processorBefore = receiver.processorSeconds();
     double begin = 0.0;
     if (receiver.isRunning()) {
-        const ChildProcess::End sent = ChildProcess(bareSender(bus, frames, framesPerSecond)).wait();
+        const ChildProcess::End sent =
+            ChildProcess(placed(Processor::OfSender, bareSender(bus, frames, framesPerSecond))).wait();
         if (cannotRun(sent))
             qFatal("no sender");
         begin = ChildProcess::secondsNow() - printedResult(sent).seconds;
