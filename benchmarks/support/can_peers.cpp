@@ -7,11 +7,11 @@
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QFile>
-#include <QtCore/QThread>
 
 #include <algorithm>
 #include <array>
 #include <net/if.h>
+#include <sched.h>
 #include <unistd.h>
 
 namespace {
@@ -41,10 +41,14 @@ enum class Processor { OfSender, OfReceiver };
 /// on its processor, and what a frame costs them doubles or does not.
 QStringList placed(Processor processor, const QStringList &command)
 {
-    if (command.isEmpty() || QThread::idealThreadCount() < 2)
+    cpu_set_t ours;
+    CPU_ZERO(&ours);
+    if (command.isEmpty() || ::sched_getaffinity(0, sizeof ours, &ours) != 0 || CPU_COUNT(&ours) < 2)
         return command;
-    const QLatin1String number(processor == Processor::OfSender ? "0" : "1");
-    return QStringList{QStringLiteral("taskset"), QStringLiteral("-c"), number} + command;
+    int number = processor == Processor::OfSender ? 0 : CPU_SETSIZE - 1;
+    while (!CPU_ISSET(number, &ours))
+        number += processor == Processor::OfSender ? 1 : -1;
+    return QStringList{QStringLiteral("taskset"), QStringLiteral("-c"), QString::number(number)} + command;
 }
 
 /// The sockets that the kernel passes all frames of the interface to.

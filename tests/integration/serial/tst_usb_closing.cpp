@@ -6,6 +6,8 @@
 
 #include <QtSerialPort/QSerialPortInfo>
 
+#include <limits>
+
 namespace {
 
 using A = AbstractCanAdapter;
@@ -51,7 +53,7 @@ private Q_SLOTS:
         UsbLine line;
         FrameRecorder frames(line.adapter.get());
         line.adapter->setEcho(false);
-        int descriptors = 0;
+        int descriptors = std::numeric_limits<int>::max();
         for (int pass = 1; pass <= 30; ++pass) {
             QVERIFY(line.open());
             line.device.send(wire(makeFrame(static_cast<quint32>(pass), "again")));
@@ -60,11 +62,11 @@ private Q_SLOTS:
             QVERIFY(line.adapter->wait(WaitMs));
             QVERIFY(opens(line.port.name()));
             QVERIFY(!line.adapter->mPort);
-            // The first pass also opens what the process keeps.
-            if (pass == 1)
-                descriptors = openDescriptors();
+            // The first pass also opens what the process keeps. Those who stand in for the port may have one open for
+            // a moment, so the least counts.
+            if (pass <= 5)
+                descriptors = qMin(descriptors, openDescriptors());
         }
-        // Those who stand in for the port may have one open for a moment.
         QTRY_COMPARE_WITH_TIMEOUT(openDescriptors(), descriptors, WaitMs);
         QCOMPARE(frames.frames().constLast().message.id, 30U);
     }

@@ -46,7 +46,7 @@ void Can4linuxCanAdapter::receiveOne(Reception &reception)
 {
     const int descriptor = device();
     if (descriptor == -1)
-        return; // Closed since the wait.
+        return; // Closed at the end of the wait or since.
     const buslink::canmsg_t &frame = reception.frame;
     if (buslink::readDriverFrame(descriptor, reception.frame) == 0) {
         mRunningFlag.exchange(false);

@@ -8,9 +8,9 @@ namespace buslink {
 /// What a wait ended with.
 enum class WaitResult { Readable, TimedOut, Failed };
 
-/// Waits for a descriptor to become readable, or to have an error or an end to tell by a read. These are the events
-/// that `select` calls readable; it would cost more for one descriptor, and serves none above 1023. *Blocks:* up to
-/// `timeoutMs` milliseconds. *Fails:* `Failed`; the wait was interrupted or the descriptor is not valid.
+/// Waits for a descriptor to become readable, or to have an error or an end to tell by a read.
+/// *Blocks:* up to `timeoutMs` milliseconds. *Fails:* `Failed`; the wait was interrupted or the descriptor is not
+/// valid.
 inline WaitResult waitUntilReadable(int descriptor, int timeoutMs)
 {
     if (descriptor < 0)

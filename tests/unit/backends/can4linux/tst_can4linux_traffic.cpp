@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <limits>
+#include <sys/select.h>
 #include <thread>
 
 namespace {
@@ -226,7 +227,7 @@ private Q_SLOTS:
         QCOMPARE(can.driver.pauses(), QVector<qint64>{10});
     }
 
-    void descriptorsAboveThoseOfOneSetAreServed()
+    void highDescriptorsAreServed()
     {
         const TakenDescriptors taken(FD_SETSIZE);
         if (!taken.all())

@@ -197,7 +197,7 @@ private Q_SLOTS:
         QVERIFY(errors.isEmpty());
     }
 
-    void descriptorsAboveThoseOfOneSetAreServed()
+    void highDescriptorsAreServed()
     {
         const TakenDescriptors taken(2100);
         if (!taken.all())
