@@ -58,12 +58,14 @@ private Q_SLOTS:
 
     void textLeavesInTheSameRunIfTheThreadFlushesBeforeItSeesTheFlag()
     {
+        std::atomic<bool> held = false;
         UsbLine line;
         QVERIFY(line.open());
         line.device.setAnswer("\r");
         // A frame is delivered between the look at the flag and the flush: there the loop is held until the command is
-        // through.
-        const auto hold = [&line] {
+        // through. A command that came earlier would take the frame's bytes for its answer.
+        const auto hold = [&line, &held] {
+            held = true;
             while (line.adapter->getRunning())
                 QCoreApplication::processEvents();
         };
@@ -71,9 +73,12 @@ private Q_SLOTS:
                                        Qt::DirectConnection);
         QVERIFY(connected);
         // What the line has not carried is dropped with the end of the run, so it may take more than one.
-        const auto leaves = [&line] {
+        const auto leaves = [&line, &held] {
             line.device.forgetReceived();
+            held = false;
             line.device.send(wire(makeFrame(0x123, "1234567")));
+            if (!QTest::qWaitFor([&held] { return held.load(); }, WaitMs))
+                qFatal("the frame was not delivered");
             if (line.adapter->write(Command) != CAN::RetOk || !line.adapter->wait(WaitMs)
                 || !line.adapter->mTransmitBuffer.isEmpty())
                 qFatal("the text did not leave the buffer");
